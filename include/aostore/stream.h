@@ -1,0 +1,226 @@
+// aoStream: one stream or folder of a container; aoStream2: a memory stream.
+#ifndef AOSTORE_STREAM_H
+#define AOSTORE_STREAM_H
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "aostore/export.h"
+#include "aostore/map_sort.h"
+#include "aostore/types.h"
+
+class aoStorage;
+namespace ao {
+struct StreamInternals;
+}
+
+// A stream's bytes are a chain of blocks in the host file. Folders are streams
+// whose data is a u32 child count followed by their children's header records.
+// Objects are handed out by the open, create and enumeration operations and
+// are given back with Release().
+class AOSTORE_API aoStream {
+ public:
+  aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where);
+  aoStream(aoStream* parent, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where);
+  virtual ~aoStream();
+  aoStream(const aoStream&) = delete;
+  aoStream& operator=(const aoStream&) = delete;
+
+  // ---- Data I/O.
+  // Bytes read; 0 at the end or without a block; -1 on error.
+  virtual int64_t Read(void* buffer, int64_t count);
+  // Bytes written (fewer at a limit), 0 when nothing may be written, -1 on
+  // error. setEnd makes the end of this write the end of the data.
+  // filePosition receives the host-file offset of the first byte written.
+  virtual int64_t Write(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition);
+  // 0 on success, -1 on failure; GetCurDataPos tells the new position.
+  int64_t Seek(int64_t offset, unsigned char origin, bool forward);
+  int64_t Seek2(int64_t offset, unsigned int origin);
+  bool SetLength(int64_t length);
+  int PreallocateSpace(int64_t size);
+  int PrependSize(uint32_t size);
+  int GetVerifiedDataLength(int64_t& length);
+  int64_t GetAllocLength();
+  int64_t GetLength();
+  int64_t GetCurDataPos();
+
+  // ---- Children and folders.
+  aoStream* CreateStream(const char* name, uint32_t attributes, uint32_t mode, int unique);
+  bool AddStreamHeader(const char* name, uint32_t attributes, t_aoStreamU& record, tag_aoStreamOffset& where,
+                       int reuseFree);
+  bool FindStream(const char* name, t_aoStreamU& record, tag_aoStreamOffset& where);
+  aoStream* OpenStream(const char* name, uint32_t mode);
+  aoStream* OpenOrCreateStream(const char* name, int attributes);
+  aoStream* OpenOrCreateStream(const char* name, uint32_t attributes, uint32_t mode);
+  aoStream* OpenStreamByOffset(t_aoStreamU& record, tag_aoStreamOffset& where, const char* name, uint32_t mode);
+  aoStream* OpenStreamFirst(int64_t* position, uint32_t mode);
+  aoStream* OpenStreamNext(int64_t* position, uint32_t mode);
+  void EnumStreams(std::vector<std::string>& names);
+  int GetChildrenOf(aoStream* ancestor, aoStream** out, int max);
+  bool Remove();
+  bool Erase();
+  bool Rename(const char* name);
+  void ClearFolder();
+  bool CopyStream(aoStream* destination);
+  bool CopyFolder(aoStream* destination);
+  // Buffers handed out are zeroed blocks; free them with FreeBuffer.
+  uint32_t CopyStreamToBuffer(unsigned char*& buffer, int skipPrefix);
+  int ReadAll(unsigned char** buffer, int64_t* length);
+  static void FreeBuffer(unsigned char*& buffer);
+  bool UpdateStreamHeaderChildStreamInfo(uint64_t bits);
+  // Gives the object back; returns the name's open count before the release.
+  int Release();
+  uint32_t GetNumChildren();
+  aoStream* GetParentStm();
+  int IsFolder();
+  const char* GetName();
+  uint16_t GetDuration();
+  aoStorage* GetStorage() const { return m_storage; }
+  uint32_t GetMode() const { return m_mode; }
+  bool Uses64BitOffsets() const { return m_b64; }
+  const t_aoStreamU& GetHeader() const { return m_header; }
+  const tag_aoStreamOffset& GetWhere() const { return m_where; }
+  t_OpenStream* IsStreamOpen(const char* name);
+  t_OpenStream* AddNewOpenStream(const char* name, uint32_t mode);
+  int CloseStream(const char* name);
+
+  // ---- Preloading and traversal.
+  void PreloadChildren();
+  aoStream* OpenPreloadChildrenFirst(void** position, uint32_t mode);
+  aoStream* OpenPreloadChildrenNext(void** position, uint32_t mode);
+  aoStream* OpenPreloadChildrenByOffset(t_aoStreamU& record, tag_aoStreamOffset& where, const char* name,
+                                        uint32_t mode);
+  int GetPreloadChildrenOffsetFirst(void** position, uint32_t mode, t_aoStreamWithOffset& out, std::string& name);
+  int GetPreloadChildrenOffsetNext(void** position, uint32_t mode, t_aoStreamWithOffset& out, std::string& name);
+  void EnableSorting(int enable, int mode);
+  bool GoNext();
+
+  // ---- Typed entries: child streams whose bytes are a value.
+  std::string GetEntry(const char* name, const char* def);
+  int GetEntry(const char* name, int def);
+  uint32_t GetEntry(const char* name, uint32_t def);
+  double GetEntry(const char* name, double def);
+  int64_t GetEntry(const char* name, int64_t def);
+  uint64_t GetEntry(const char* name, uint64_t def);
+  RECT* GetEntry(const char* name, RECT* out, const RECT* def);
+  SIZE* GetEntry(const char* name, SIZE* out, const SIZE* def);
+  int GetEntryErasedOld(const char* name, void** data, unsigned int* size);
+  int GetEntryErasedOld(const char* name, void* buffer, unsigned int size);
+  int SetEntry(const char* name, const char* value);
+  int SetEntry(const char* name, int value);
+  int SetEntry(const char* name, uint32_t value);
+  int SetEntry(const char* name, double value);
+  int SetEntry(const char* name, int64_t value);
+  int SetEntry(const char* name, uint64_t value);
+  int SetEntry(const char* name, RECT* value);
+  int SetEntry(const char* name, SIZE* value);
+  int SetEntry(const char* name, void* data, uint32_t size);
+  int SetEntryEraseOld(const char* name, void* data, uint32_t size, int prependSize);
+  int SetEntryNoPrefix(const char* name, void* data, uint32_t size);
+
+  // ---- Serialisation at the current position.
+  aoStream& operator>>(unsigned short& value);
+  aoStream& operator>>(int& value);
+  aoStream& operator>>(double& value);
+  aoStream& operator>>(std::string& value);
+  aoStream& operator<<(unsigned short value);
+  aoStream& operator<<(int value);
+  aoStream& operator<<(double value);
+  aoStream& operator<<(int64_t value);
+  aoStream& operator<<(const char* value);
+  aoStream& operator<<(const std::string& value);
+
+  // ---- Stream-level locking (the container's storage lock).
+  void Lock();
+  void Unlock();
+
+ protected:
+  friend class aoStorage;
+  friend struct ao::StreamInternals;
+
+  aoStream();
+
+  int64_t AllocateFirstBlock(int64_t size);
+  int64_t AllocateNextBlock(int64_t previous, int64_t size);
+  int64_t SeekLeft(int64_t count, bool fromEnd);
+  int64_t SeekRight(int64_t count, bool fromStart);
+  int ReadFile(ao::FileHandle file, void* buffer, int64_t count, int64_t* done, void* overlapped);
+  int64_t SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t method);
+  bool WriteStreamHeader(int64_t offset, t_aoStreamU& header);
+
+ private:
+  // Helpers shared by the data and folder code.
+  int HeaderLength() const { return m_b64 ? 40 : 20; }
+  int RecordSize() const { return m_b64 ? 92 : 80; }
+  int64_t FileLimit() const;
+  // Most blocks a chain of this file can hold: the bound of every chain walk.
+  int64_t MaxChainBlocks() const;
+  // Positioned transfers through this stream's own position (file or image).
+  bool ReadAtFile(int64_t offset, void* buffer, int64_t count);
+  bool WriteAtFile(int64_t offset, const void* buffer, int64_t count);
+  // Reads and checks the block header at block; false on a bad read or marker.
+  bool ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next);
+  // Makes block current with its header loaded (position: just past it).
+  bool LoadBlockHeader(int64_t block);
+  bool WriteBlockHeader();
+  void MoveToBlock(int64_t block);
+  // Writes count bytes of a header record at fieldOffset within it, across a
+  // block boundary of the folder when the record straddles one.
+  bool WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count);
+  bool WriteOwnRecord();
+  bool WriteLengthAndLastBlock();
+  int64_t AllocateBlock(int64_t previous, int64_t size, bool first);
+  // Write, also telling where its first bytes landed (and how they split
+  // over a block boundary within the first `span` bytes).
+  int64_t WriteChunks(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition, int64_t span,
+                      tag_aoStreamOffset* where);
+
+ protected:
+  ao::FileHandle m_file = ao::kInvalidFile;
+  aoStorage* m_storage = nullptr;
+  aoStream* m_parent = nullptr;
+  t_aoStreamU m_header;
+  // Current block header (loaded when m_posInBlock != 0).
+  int64_t m_blockDataEnd = 0;
+  int64_t m_blockEnd = 0;
+  int64_t m_blockPrev = 0;
+  int64_t m_blockNext = 0;
+  tag_aoStreamOffset m_where;
+  uint32_t m_mode = 0;
+  int64_t m_imagePos = 0;
+  int64_t m_curBlock = 0;
+  int64_t m_posInBlock = 0;
+  int64_t m_dataPos = 0;
+  uint32_t m_childCount = 0;
+  std::list<t_OpenStream*> m_openChildren;
+  CMapStringToStreamWithOffset* m_preloaded = nullptr;
+  int m_sortingEnabled = 0;
+  int m_sortMode = 0;
+  bool m_b64 = false;
+  int64_t m_filePos = 0;  // this object's own host-file position
+};
+
+// A stream over a growable zeroed memory block.
+class AOSTORE_API aoStream2 : public aoStream {
+ public:
+  // Over buffer (not owned) of size bytes; with a null buffer the stream
+  // starts empty and owns what it allocates.
+  aoStream2(void* buffer, int size);
+  ~aoStream2() override;
+  int64_t Read(void* out, int64_t n) override;
+  int64_t Write(const void* data, int64_t n, bool setEnd, int64_t* written) override;
+  // Hands the block to the caller (free with aoFreeBuffer); null when nothing
+  // was written or consumed.
+  void* Detach(int& length);
+
+ private:
+  unsigned char* m_base = nullptr;
+  unsigned char* m_cursor = nullptr;
+  unsigned int m_size = 0;
+  unsigned int m_position = 0;
+  int m_owns = 0;
+};
+
+#endif  // AOSTORE_STREAM_H

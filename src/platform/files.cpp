@@ -1,0 +1,46 @@
+#include "platform/files.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace ao::platform {
+namespace {
+std::atomic<FileApi*> g_override{nullptr};
+// One transfer moves at most this many bytes.
+constexpr int64_t kMaxTransfer = 0x80000000LL;
+}  // namespace
+
+FileApi& Files() {
+  FileApi* files = g_override.load(std::memory_order_acquire);
+  return files != nullptr ? *files : SystemFiles();
+}
+
+FileApi* SetFilesForTesting(FileApi* files) { return g_override.exchange(files); }
+
+bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset) {
+  auto* bytes = static_cast<unsigned char*>(buffer);
+  while (count > 0) {
+    const auto piece = static_cast<size_t>(std::min(count, kMaxTransfer));
+    size_t done = 0;
+    if (!Files().ReadAt(file, bytes, piece, offset, &done) || done != piece) return false;
+    bytes += piece;
+    offset += static_cast<int64_t>(piece);
+    count -= static_cast<int64_t>(piece);
+  }
+  return true;
+}
+
+bool WriteFully(FileHandle file, const void* buffer, int64_t count, int64_t offset) {
+  const auto* bytes = static_cast<const unsigned char*>(buffer);
+  while (count > 0) {
+    const auto piece = static_cast<size_t>(std::min(count, kMaxTransfer));
+    size_t done = 0;
+    if (!Files().WriteAt(file, bytes, piece, offset, &done) || done != piece) return false;
+    bytes += piece;
+    offset += static_cast<int64_t>(piece);
+    count -= static_cast<int64_t>(piece);
+  }
+  return true;
+}
+
+}  // namespace ao::platform

@@ -1,0 +1,57 @@
+// The host file system as the library sees it. Everything above platform/
+// reaches files only through Files().
+#ifndef AOSTORE_PLATFORM_FILES_H
+#define AOSTORE_PLATFORM_FILES_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "aostore/types.h"
+
+namespace ao::platform {
+
+enum class Disposition {
+  kTruncateExisting,  // open an existing file and cut it to 0 bytes
+  kOpenAlways,        // open, creating the file when missing
+  kOpenExisting,      // open only an existing file
+};
+
+class FileApi {
+ public:
+  virtual ~FileApi() = default;
+  // kInvalidFile on failure. Files are always shared for reading and writing.
+  virtual FileHandle Open(const char* path, bool write, Disposition disposition) = 0;
+  virtual void Close(FileHandle file) = 0;
+  // Reads up to count bytes at offset; *done gets what arrived (less at the
+  // end of the file). False on an error.
+  virtual bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) = 0;
+  // Writes count bytes at offset; *done gets what was written. False on error.
+  virtual bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) = 0;
+  // -1 when the size cannot be found.
+  virtual int64_t Size(FileHandle file) = 0;
+  // Sets the end of the file (extending it with unwritten space).
+  virtual bool SetSize(FileHandle file, int64_t size) = 0;
+  // Makes everything written reach the disk.
+  virtual bool Flush(FileHandle file) = 0;
+  virtual bool Copy(const char* from, const char* to) = 0;
+  virtual bool Delete(const char* path) = 0;
+  virtual bool Exists(const char* path) = 0;
+  // Replaces to by from in one step.
+  virtual bool Rename(const char* from, const char* to) = 0;
+};
+
+// The backend in use: the operating system's unless a test installed another.
+FileApi& Files();
+// The operating system's backend.
+FileApi& SystemFiles();
+// Installs a backend (null restores the system's); returns the previous one.
+FileApi* SetFilesForTesting(FileApi* files);
+
+// Reads or writes all count bytes, in pieces the system accepts; false when
+// anything failed or came short.
+bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset);
+bool WriteFully(FileHandle file, const void* buffer, int64_t count, int64_t offset);
+
+}  // namespace ao::platform
+
+#endif  // AOSTORE_PLATFORM_FILES_H

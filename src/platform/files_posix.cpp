@@ -1,0 +1,113 @@
+// POSIX backend of the file interface: positional I/O, so that no two users
+// of one descriptor ever share a file pointer.
+#if !defined(_WIN32)
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include "platform/files.h"
+
+namespace ao::platform {
+namespace {
+
+class PosixFiles final : public FileApi {
+ public:
+  FileHandle Open(const char* path, bool write, Disposition disposition) override {
+    int flags = (write ? O_RDWR : O_RDONLY) | O_CLOEXEC;
+    if (disposition == Disposition::kTruncateExisting) flags |= O_TRUNC;
+    if (disposition == Disposition::kOpenAlways) flags |= O_CREAT;
+    int fd;
+    do {
+      fd = ::open(path, flags, 0644);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return kInvalidFile;
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
+      ::close(fd);
+      return kInvalidFile;
+    }
+    return fd;
+  }
+
+  void Close(FileHandle file) override {
+    if (file != kInvalidFile) ::close(static_cast<int>(file));
+  }
+
+  bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override {
+    size_t total = 0;
+    auto* bytes = static_cast<char*>(buffer);
+    while (total < count) {
+      const ssize_t got = ::pread(static_cast<int>(file), bytes + total, count - total,
+                                  static_cast<off_t>(offset + static_cast<int64_t>(total)));
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) {
+        *done = total;
+        return false;
+      }
+      if (got == 0) break;
+      total += static_cast<size_t>(got);
+    }
+    *done = total;
+    return true;
+  }
+
+  bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) override {
+    size_t total = 0;
+    const auto* bytes = static_cast<const char*>(buffer);
+    while (total < count) {
+      const ssize_t put = ::pwrite(static_cast<int>(file), bytes + total, count - total,
+                                   static_cast<off_t>(offset + static_cast<int64_t>(total)));
+      if (put < 0 && errno == EINTR) continue;
+      if (put <= 0) {
+        *done = total;
+        return false;
+      }
+      total += static_cast<size_t>(put);
+    }
+    *done = total;
+    return true;
+  }
+
+  int64_t Size(FileHandle file) override {
+    struct stat info {};
+    if (::fstat(static_cast<int>(file), &info) != 0) return -1;
+    return static_cast<int64_t>(info.st_size);
+  }
+
+  bool SetSize(FileHandle file, int64_t size) override {
+    int result;
+    do {
+      result = ::ftruncate(static_cast<int>(file), static_cast<off_t>(size));
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+  }
+
+  bool Flush(FileHandle file) override { return ::fsync(static_cast<int>(file)) == 0; }
+
+  bool Copy(const char* from, const char* to) override {
+    std::error_code error;
+    return std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, error);
+  }
+
+  bool Delete(const char* path) override { return ::unlink(path) == 0; }
+
+  bool Exists(const char* path) override { return ::access(path, F_OK) == 0; }
+
+  bool Rename(const char* from, const char* to) override { return std::rename(from, to) == 0; }
+};
+
+}  // namespace
+
+FileApi& SystemFiles() {
+  static PosixFiles files;
+  return files;
+}
+
+}  // namespace ao::platform
+
+#endif  // !_WIN32

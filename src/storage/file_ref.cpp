@@ -1,0 +1,56 @@
+#include "storage/file_ref.h"
+
+namespace ao {
+
+void RootTables::Reset() {
+  known_ = false;
+  tables_.clear();
+  byOffset_.clear();
+  free_.clear();
+}
+
+void RootTables::AddTable(int64_t offset, uint32_t slotCount) {
+  byOffset_[offset] = tables_.size();
+  tables_.push_back({offset, slotCount});
+  for (uint32_t slot = 0; slot < slotCount; ++slot) free_.insert({tables_.size() - 1, slot});
+}
+
+void RootTables::SetSlotUsed(size_t table, uint32_t slot, bool used) {
+  if (used) {
+    free_.erase({table, slot});
+  } else {
+    free_.insert({table, slot});
+  }
+}
+
+bool RootTables::FirstFree(Slot from, Slot& found) const {
+  auto next = free_.lower_bound(from);
+  if (next == free_.end()) return false;
+  found = *next;
+  return true;
+}
+
+void RootTables::NoteRecordWritten(int64_t recordOffset, bool named, int tableHeaderSize, int recordSize) {
+  if (!known_ || byOffset_.empty()) return;
+  auto holder = byOffset_.upper_bound(recordOffset);
+  if (holder == byOffset_.begin()) return;
+  --holder;
+  const Table& table = tables_[holder->second];
+  const int64_t inside = recordOffset - table.offset - tableHeaderSize;
+  if (inside < 0 || inside % recordSize != 0) return;
+  const int64_t slot = inside / recordSize;
+  if (slot >= table.slotCount) return;
+  SetSlotUsed(holder->second, static_cast<uint32_t>(slot), named);
+}
+
+FileRegistry::~FileRegistry() {
+  for (auto& entry : map) delete entry.second;
+  map.clear();
+}
+
+FileRegistry& Registry() {
+  static FileRegistry registry;
+  return registry;
+}
+
+}  // namespace ao

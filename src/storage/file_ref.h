@@ -1,0 +1,73 @@
+// The per-path shared record and the process-wide registry of open paths.
+#ifndef AOSTORE_STORAGE_FILE_REF_H
+#define AOSTORE_STORAGE_FILE_REF_H
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "aostore/map_sort.h"
+
+namespace ao {
+
+// What the library knows of a file's root table chain: every table in chain
+// order and every free slot, so that creating a root stream takes the slot
+// the chain scan would take without reading the tables again.
+class RootTables {
+ public:
+  struct Table {
+    int64_t offset;
+    uint32_t slotCount;
+  };
+  // A slot by its table's place in the chain and its index in the table.
+  using Slot = std::pair<size_t, uint32_t>;
+
+  bool known() const { return known_; }
+  void Reset();
+  // Called for each table in chain order while the chain is walked.
+  void AddTable(int64_t offset, uint32_t slotCount);
+  void MarkKnown() { known_ = true; }
+  void SetSlotUsed(size_t table, uint32_t slot, bool used);
+  // The first free slot at or after `from` in chain order, if any.
+  bool FirstFree(Slot from, Slot& found) const;
+  const std::vector<Table>& tables() const { return tables_; }
+  // Records that the header record at recordOffset now has a name (or none).
+  void NoteRecordWritten(int64_t recordOffset, bool named, int tableHeaderSize, int recordSize);
+
+ private:
+  bool known_ = false;
+  std::vector<Table> tables_;
+  std::map<int64_t, size_t> byOffset_;
+  std::set<Slot> free_;
+};
+
+}  // namespace ao
+
+// Shared by every aoStorage open on one path.
+struct t_FileRef {
+  std::recursive_mutex lock;  // the storage lock
+  int32_t refCount = 0;
+  int64_t tail = 0;
+  CMapStringToStreamOffset rootMap;
+  int mapCount = 0;
+  ao::RootTables tables;
+};
+
+namespace ao {
+
+// Path -> t_FileRef, guarded by the registry lock. Keys are compared exactly.
+struct FileRegistry {
+  std::recursive_mutex lock;
+  std::unordered_map<std::string, t_FileRef*> map;
+  ~FileRegistry();
+};
+FileRegistry& Registry();
+
+}  // namespace ao
+
+#endif  // AOSTORE_STORAGE_FILE_REF_H

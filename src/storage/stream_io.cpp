@@ -1,0 +1,523 @@
+// aoStream's data layer: block allocation, reads, writes and seeks over the
+// stream's chain of blocks.
+#include <algorithm>
+#include <cstring>
+
+#include "aostore/storage.h"
+#include "aostore/stream.h"
+#include "platform/files.h"
+#include "storage/file_ref.h"
+#include "storage/format.h"
+#include "storage/positioning.h"
+
+namespace format = ao::format;
+namespace platform = ao::platform;
+
+namespace {
+constexpr int64_t kMaxTransfer = 0x80000000LL;
+// With an in-memory image, one stream read moves at most this much.
+constexpr int64_t kMaxImageRead = 0x3F000000LL;
+}  // namespace
+
+aoStream::aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
+    : m_file(file), m_storage(storage), m_header(header), m_where(where) {
+  m_b64 = storage != nullptr && storage->m_b64;
+  m_curBlock = m_header.firstBlock;
+}
+
+aoStream::aoStream(aoStream* parent, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
+    : m_file(file), m_storage(parent->m_storage), m_parent(parent), m_header(header), m_where(where) {
+  m_b64 = parent->m_b64;
+  m_curBlock = m_header.firstBlock;
+}
+
+aoStream::aoStream() = default;
+
+int64_t aoStream::FileLimit() const { return m_b64 ? aoStorage::g_iMaxVastrelSize : format::kLimit32; }
+
+int64_t aoStream::MaxChainBlocks() const {
+  if (m_storage == nullptr) return 0;
+  const int64_t size = m_storage->m_inMemory ? m_storage->m_imageSize : platform::Files().Size(m_file);
+  return size < 0 ? 0 : size / HeaderLength() + 1;
+}
+
+int aoStream::ReadFile(ao::FileHandle file, void* buffer, int64_t count, int64_t* done, void* overlapped) {
+  if (m_storage != nullptr && m_storage->m_inMemory) {
+    if (count > kMaxImageRead) count = kMaxImageRead;
+    if (count < 0 || m_imagePos < 0 || m_imagePos + count > m_storage->m_imageSize) return 0;
+    std::memcpy(buffer, m_storage->m_image + m_imagePos, static_cast<size_t>(count));
+    m_imagePos += count;
+    if (done != nullptr) *done = count;
+    return 1;
+  }
+  (void)overlapped;
+  if (count < 1) {
+    if (done != nullptr) *done = 0;
+    return 1;
+  }
+  if (!platform::ReadFully(file, buffer, count, m_filePos)) return 0;
+  m_filePos += count;
+  if (done != nullptr) *done = count;
+  return 1;
+}
+
+int64_t aoStream::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t method) {
+  if (m_storage != nullptr && m_storage->m_inMemory)
+    return ao::MoveImagePosition(m_imagePos, m_storage->m_imageSize, distance, method);
+  return ao::MoveFilePosition(m_filePos, file, distance, method);
+}
+
+bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count) {
+  if (m_storage == nullptr || offset <= 0) return false;
+  if (m_storage->m_inMemory) {
+    if (SetFilePointer(m_file, offset, 0) < 0) return false;
+  } else {
+    m_filePos = offset;
+  }
+  int64_t done = 0;
+  return ReadFile(m_file, buffer, count, &done, nullptr) != 0 && done == count;
+}
+
+bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
+  if (m_storage == nullptr || m_storage->m_inMemory || offset <= 0) return false;
+  if (!platform::WriteFully(m_file, buffer, count, offset)) return false;
+  m_filePos = offset + count;
+  return true;
+}
+
+bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next) {
+  unsigned char bytes[40] = {};
+  if (!ReadAtFile(block, bytes, HeaderLength())) return false;
+  const format::BlockHeader header = format::DecodeBlockHeader(bytes, m_b64);
+  // The data end may never pass the block end, and neither may lie inside
+  // the header: such a block is damaged and ends every walk.
+  if (header.marker != format::kBlockMarker || header.dataEnd < HeaderLength() || header.dataEnd > header.blockEnd)
+    return false;
+  dataEnd = header.dataEnd;
+  blockEnd = header.blockEnd;
+  prev = header.prev;
+  next = header.next;
+  return true;
+}
+
+bool aoStream::LoadBlockHeader(int64_t block) {
+  int64_t dataEnd, blockEnd, prev, next;
+  if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next)) return false;
+  m_curBlock = block;
+  m_blockDataEnd = dataEnd;
+  m_blockEnd = blockEnd;
+  m_blockPrev = prev;
+  m_blockNext = next;
+  m_posInBlock = HeaderLength();
+  return true;
+}
+
+bool aoStream::WriteBlockHeader() {
+  unsigned char bytes[40];
+  format::EncodeBlockHeader({format::kBlockMarker, m_blockDataEnd, m_blockEnd, m_blockPrev, m_blockNext}, m_b64,
+                            bytes);
+  Lock();
+  const bool written = WriteAtFile(m_curBlock, bytes, HeaderLength());
+  Unlock();
+  return written;
+}
+
+void aoStream::MoveToBlock(int64_t block) {
+  m_curBlock = block;
+  m_posInBlock = 0;
+}
+
+bool aoStream::WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count) {
+  const int64_t split = where.splitAt;
+  bool written = true;
+  Lock();
+  if (split == 0 || fieldOffset + count <= split) {
+    written = WriteAtFile(where.recordOffset + fieldOffset, bytes, count);
+  } else if (fieldOffset >= split) {
+    written = WriteAtFile(where.continuation + (fieldOffset - split), bytes, count);
+  } else {
+    const int head = static_cast<int>(split - fieldOffset);
+    written = WriteAtFile(where.recordOffset + fieldOffset, bytes, head) &&
+              WriteAtFile(where.continuation, bytes + head, count - head);
+  }
+  Unlock();
+  return written;
+}
+
+bool aoStream::WriteOwnRecord() {
+  if (m_parent == nullptr) return m_storage != nullptr && m_storage->WriteStreamHeader(m_where.recordOffset, m_header);
+  unsigned char bytes[92];
+  format::EncodeRecord(m_header, m_b64, bytes);
+  return WriteRecordAt(m_where, 0, bytes, RecordSize());
+}
+
+bool aoStream::WriteStreamHeader(int64_t offset, t_aoStreamU& header) {
+  if (m_storage == nullptr || m_storage->m_inMemory) return false;
+  unsigned char bytes[92];
+  format::EncodeRecord(header, m_b64, bytes);
+  tag_aoStreamOffset where;
+  where.recordOffset = offset;
+  if (offset == m_where.recordOffset) where = m_where;
+  return WriteRecordAt(where, 0, bytes, RecordSize());
+}
+
+bool aoStream::WriteLengthAndLastBlock() {
+  unsigned char bytes[16];
+  format::EncodeLengthPair(m_header.dataLength, m_header.lastBlock, m_b64, bytes);
+  return WriteRecordAt(m_where, format::kRecordLengthOffset, bytes, format::LengthPairSize(m_b64));
+}
+
+void aoStream::Lock() {
+  if (m_storage != nullptr) m_storage->Lock();
+}
+
+void aoStream::Unlock() {
+  if (m_storage != nullptr) m_storage->Unlock();
+}
+
+// ---- Block allocation.
+
+int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
+  if (m_storage == nullptr || m_storage->m_inMemory) return 0;
+  const int64_t minimum = m_storage->m_minBlockCapacity;
+  const bool folder = (m_header.flags & kAoFlagFolder) != 0;
+  int64_t capacity;
+  if (first) {
+    // A folder's first block deliberately starts empty: it grows in place
+    // while it is the file's tail block, and later data goes to new blocks.
+    capacity = (folder || (minimum == 0 && size < 1)) ? 0 : std::max(minimum, size);
+  } else {
+    capacity = (folder || minimum == 0) ? size : std::max(size, minimum);
+  }
+  if (capacity < 0) capacity = 0;
+  const int header = HeaderLength();
+
+  Lock();
+  const int64_t end = platform::Files().Size(m_file);
+  int64_t block = 0;
+  // No block may start where its header would cross the file limit (for the
+  // first block too: a 32-bit file could not record its offset).
+  if (end > 0 && end + header < FileLimit()) {
+    unsigned char bytes[40];
+    format::EncodeBlockHeader({format::kBlockMarker, header, header + capacity, previous, 0}, m_b64, bytes);
+    bool ok = WriteAtFile(end, bytes, header);
+    // The data area exists on disk before it is written.
+    if (ok && capacity > 0) ok = platform::Files().SetSize(m_file, end + header + capacity);
+    if (ok && first) {
+      unsigned char field[8];
+      format::PutWide(field, end, m_b64);
+      m_header.firstBlock = end;
+      ok = WriteRecordAt(m_where, format::FirstBlockFieldOffset(m_b64), field, format::OffsetSize(m_b64));
+    }
+    if (ok) {
+      block = end;
+      m_filePos = end;
+      m_storage->m_tail = end;  // this block is now the file's tail block
+      m_storage->PublishTail();
+    }
+  }
+  Unlock();
+  return block;
+}
+
+int64_t aoStream::AllocateFirstBlock(int64_t size) { return AllocateBlock(0, size, true); }
+
+int64_t aoStream::AllocateNextBlock(int64_t previous, int64_t size) { return AllocateBlock(previous, size, false); }
+
+// ---- Writing.
+
+int64_t aoStream::Write(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition) {
+  return WriteChunks(buffer, count, setEnd, filePosition, 0, nullptr);
+}
+
+int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition, int64_t span,
+                              tag_aoStreamOffset* where) {
+  if (m_storage == nullptr || m_storage->m_inMemory) return 0;
+  if (m_curBlock == 0) {
+    const int64_t block = AllocateFirstBlock(0);
+    if (block == 0) return -1;
+    MoveToBlock(block);
+  }
+  if (count < 1) return 0;
+
+  const auto* source = static_cast<const unsigned char*>(buffer);
+  int64_t remaining = count;
+  int64_t total = 0;
+  int64_t previous = 0;  // the block this call wrote in before the current one
+  bool locked = false;
+  bool failed = false;
+  const int64_t limit = FileLimit();
+
+  while (remaining > 0) {
+    if (m_posInBlock == 0 && !LoadBlockHeader(m_curBlock)) {
+      // A damaged chain tail is cut off rather than failing the write:
+      // return to the block written before, end the chain there, go on.
+      if (previous == 0 || !LoadBlockHeader(previous)) {
+        failed = true;
+        break;
+      }
+      m_blockNext = 0;
+      if (!WriteBlockHeader()) {
+        failed = true;
+        break;
+      }
+      m_posInBlock = m_blockDataEnd;
+    }
+    const int64_t room = m_blockEnd - m_posInBlock;
+    if (room < remaining && !locked) {
+      Lock();
+      locked = true;
+    }
+    const bool tail = m_curBlock == m_storage->m_tail;
+    int64_t chunk;
+    if (!tail) {
+      chunk = std::min({remaining, kMaxTransfer, std::max<int64_t>(room, 0)});
+    } else {
+      // The file's tail block grows in place, up to the file limit.
+      if (m_curBlock >= limit) break;
+      chunk = std::min(remaining, kMaxTransfer);
+      chunk = std::min(chunk, limit - (m_curBlock + m_posInBlock));
+      if (chunk < 0) chunk = 0;
+    }
+    if (m_dataPos >= aoStorage::g_iMaxCompStmSize) break;
+    chunk = std::min(chunk, aoStorage::g_iMaxCompStmSize - m_dataPos);
+    if (locked && !tail) {
+      Unlock();
+      locked = false;
+    }
+    const int64_t at = m_curBlock + m_posInBlock;
+    if (total == 0 && chunk > 0) {
+      if (filePosition != nullptr) *filePosition = at;
+      if (where != nullptr) {
+        where->recordOffset = at;
+        where->splitAt = 0;
+        where->continuation = 0;
+        if (chunk < span && chunk < remaining) where->splitAt = static_cast<uint32_t>(chunk);
+      }
+    }
+    if (chunk > 0 && !WriteAtFile(at, source, chunk)) {
+      failed = true;
+      break;
+    }
+    m_posInBlock += chunk;
+    m_dataPos += chunk;
+    total += chunk;
+    source += chunk;
+    remaining -= chunk;
+
+    int64_t allocated = 0;
+    if (remaining > 0 && m_blockNext == 0) {
+      allocated = AllocateNextBlock(m_curBlock, remaining);
+      m_blockNext = allocated;
+    }
+    // A pure overwrite (no truncation, inside the block's and the stream's
+    // data) leaves both headers alone; a newly linked block always needs the
+    // header rewritten.
+    const bool overwrite = !setEnd && m_posInBlock <= m_blockDataEnd && m_dataPos <= m_header.dataLength;
+    if (!overwrite || allocated != 0) {
+      m_blockDataEnd = m_posInBlock;  // unconditional: an overwrite with setEnd lowers it
+      m_blockEnd = std::max(m_blockEnd, m_posInBlock);
+      if (!WriteBlockHeader()) {
+        failed = true;
+        break;
+      }
+    }
+    if (setEnd || m_dataPos > m_header.dataLength) {
+      m_header.dataLength = m_dataPos;
+      m_header.lastBlock = allocated != 0 ? allocated : m_curBlock;
+      if (!WriteLengthAndLastBlock()) {
+        failed = true;
+        break;
+      }
+    }
+    m_filePos = m_curBlock + m_posInBlock;
+    if (remaining == 0 || m_blockNext == 0) break;  // done, or no block could be added
+    if (where != nullptr && where->splitAt != 0 && where->continuation == 0)
+      where->continuation = m_blockNext + HeaderLength();
+    previous = m_curBlock;
+    MoveToBlock(m_blockNext);
+    if (locked) {
+      Unlock();
+      locked = false;
+    }
+  }
+  if (locked) Unlock();
+  return failed ? -1 : total;
+}
+
+// ---- Reading.
+
+int64_t aoStream::Read(void* buffer, int64_t count) {
+  if (m_curBlock == 0 || count < 1) return 0;
+  auto* out = static_cast<unsigned char*>(buffer);
+  int64_t total = 0;
+  int64_t remaining = count;
+  while (true) {
+    if (m_posInBlock == 0 && !LoadBlockHeader(m_curBlock)) return -1;
+    int64_t chunk = std::min(remaining, m_blockDataEnd - m_posInBlock);
+    chunk = std::min(chunk, m_header.dataLength - m_dataPos);
+    if (chunk <= 0) return total;
+    if (!ReadAtFile(m_curBlock + m_posInBlock, out, chunk)) return -1;
+    m_posInBlock += chunk;
+    m_dataPos += chunk;
+    out += chunk;
+    total += chunk;
+    remaining -= chunk;
+    // Never past the block recorded as last, even if the chain goes on.
+    if (m_curBlock == m_header.lastBlock || remaining == 0 || m_blockNext == 0) return total;
+    MoveToBlock(m_blockNext);
+  }
+}
+
+// ---- Seeking.
+
+int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
+  if (count < 0) return -1;
+  if (fromStart) {
+    m_curBlock = m_header.firstBlock;
+    m_dataPos = 0;
+    m_posInBlock = 0;
+  }
+  if (m_curBlock == 0) return count == 0 ? 0 : -1;
+  int64_t remaining = count;
+  int64_t block = m_curBlock;
+  if (m_posInBlock != 0) {
+    const int64_t step = std::clamp<int64_t>(m_blockDataEnd - m_posInBlock, 0, remaining);
+    m_posInBlock += step;
+    m_dataPos += step;
+    m_filePos = m_curBlock + m_posInBlock;
+    remaining -= step;
+    if (m_blockNext == 0) return remaining == 0 ? 0 : -1;
+    if (remaining == 0) return 0;
+    block = m_blockNext;
+  }
+  for (int64_t visited = 0, bound = MaxChainBlocks(); visited < bound; ++visited) {
+    int64_t dataEnd, blockEnd, prev, next;
+    if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next)) return -1;
+    const int64_t step = std::min(remaining, dataEnd - HeaderLength());
+    remaining -= step;
+    m_dataPos += step;
+    if (remaining == 0) {
+      m_curBlock = block;
+      m_blockDataEnd = dataEnd;
+      m_blockEnd = blockEnd;
+      m_blockPrev = prev;
+      m_blockNext = next;
+      m_posInBlock = HeaderLength() + step;
+      m_filePos = block + m_posInBlock;
+      return 0;
+    }
+    if (next == 0) return -1;
+    block = next;
+  }
+  return -1;  // the chain loops
+}
+
+int64_t aoStream::SeekLeft(int64_t count, bool fromEnd) {
+  if (count < 0) return 0;
+  if (fromEnd) {
+    m_dataPos = 0;
+    if (m_header.lastBlock == 0) m_header.lastBlock = m_header.firstBlock;
+    // Every failure here gives 0, deliberately the value of success too.
+    if (m_header.lastBlock == 0 || !LoadBlockHeader(m_header.lastBlock)) return 0;
+    m_posInBlock = m_blockDataEnd;
+    m_filePos = m_curBlock + m_posInBlock;
+    m_dataPos = m_header.dataLength;
+  }
+  if (count == 0) return 0;
+  int64_t remaining = count;
+  if (m_posInBlock > HeaderLength()) {
+    const int64_t step = std::min(remaining, m_posInBlock - HeaderLength());
+    m_posInBlock -= step;
+    m_dataPos -= step;
+    remaining -= step;
+    if (remaining == 0) {
+      m_filePos = m_curBlock + m_posInBlock;
+      return 0;
+    }
+  }
+  // The previous-block links are not used: the rest is a scan from the start.
+  return SeekRight(std::max<int64_t>(m_dataPos - remaining, 0), true);
+}
+
+int64_t aoStream::Seek(int64_t offset, unsigned char origin, bool forward) {
+  switch (origin) {
+    case 0:
+      return SeekRight(offset, true);
+    case 1:
+      return SeekLeft(offset, true);
+    case 2:
+      return forward ? SeekRight(offset, false) : SeekLeft(offset, false);
+    default:
+      return -1;
+  }
+}
+
+int64_t aoStream::Seek2(int64_t offset, unsigned int origin) {
+  if (origin == 0) {
+    if (offset > 0) return SeekRight(offset, true);
+    if (offset < 0) return SeekLeft(-offset, true);
+    return SeekRight(0, true);
+  }
+  if (origin == 1) return offset < 0 ? SeekLeft(-offset, false) : SeekRight(offset, false);
+  // Every other origin deliberately goes back to the start.
+  return SeekRight(0, true);
+}
+
+// ---- Length and size prefix.
+
+bool aoStream::SetLength(int64_t length) {
+  if ((m_mode & kAoReadWrite) == 0 || length < 0 || length > m_header.dataLength) return false;
+  SeekRight(0, true);
+  m_header.dataLength = length;
+  return WriteOwnRecord();
+}
+
+int aoStream::PreallocateSpace(int64_t size) {
+  if (m_curBlock != 0) return 0;
+  const int64_t block = AllocateFirstBlock(size);
+  if (block != 0) MoveToBlock(block);
+  return 1;
+}
+
+int aoStream::PrependSize(uint32_t size) {
+  if ((m_header.flags & kAoFlagSizePrefix) == 0) {
+    m_header.flags = static_cast<uint8_t>(m_header.flags | kAoFlagSizePrefix);
+    if (!WriteRecordAt(m_where, format::kRecordFlagsOffset, &m_header.flags, 1)) {
+      m_header.flags = static_cast<uint8_t>(m_header.flags & ~kAoFlagSizePrefix);
+      return 0;
+    }
+  }
+  unsigned char prefix[4];
+  format::PutU32(prefix, size);
+  return Write(prefix, 4, true, nullptr) == -1 ? 0 : 1;
+}
+
+int aoStream::GetVerifiedDataLength(int64_t& length) {
+  length = m_header.dataLength;
+  if (length < 1 || (m_header.flags & kAoFlagSizePrefix) == 0) return 1;
+  unsigned char prefix[4] = {};
+  if (Read(prefix, 4) != 4 || length <= 4) return 0;
+  length -= 4;
+  return length == static_cast<int64_t>(format::GetU32(prefix)) ? 1 : 0;
+}
+
+int64_t aoStream::GetAllocLength() {
+  if (m_curBlock == 0) return 0;
+  int64_t total = 0;
+  int64_t block = m_header.firstBlock;
+  for (int64_t visited = 0, bound = MaxChainBlocks(); block != 0; ++visited) {
+    // Deliberately each header lands in the stream's cached block header, so
+    // that afterwards the cache holds the last block's header.
+    if (visited >= bound || !ReadBlockHeaderAt(block, m_blockDataEnd, m_blockEnd, m_blockPrev, m_blockNext))
+      return -1;
+    total += m_blockEnd - HeaderLength();
+    block = m_blockNext;
+  }
+  m_filePos = m_curBlock + m_posInBlock;
+  return total;
+}
+
+int64_t aoStream::GetLength() { return m_header.dataLength; }
+
+int64_t aoStream::GetCurDataPos() { return m_dataPos; }
