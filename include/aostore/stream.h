@@ -139,6 +139,8 @@ class AOSTORE_API aoStream {
  protected:
   friend class aoStorage;
   friend struct ao::StreamInternals;
+  // The stress test preallocates first blocks itself.
+  friend class CTestVastrel;
 
   aoStream();
 
@@ -155,8 +157,6 @@ class AOSTORE_API aoStream {
   int HeaderLength() const { return m_b64 ? 40 : 20; }
   int RecordSize() const { return m_b64 ? 92 : 80; }
   int64_t FileLimit() const;
-  // Most blocks a chain of this file can hold: the bound of every chain walk.
-  int64_t MaxChainBlocks() const;
   // Positioned transfers through this stream's own position (file or image).
   bool ReadAtFile(int64_t offset, void* buffer, int64_t count);
   bool WriteAtFile(int64_t offset, const void* buffer, int64_t count);

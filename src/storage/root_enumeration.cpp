@@ -186,3 +186,5 @@ int aoStorage::IterateSortedStreamsNoOPENS(CIterateSortedStreams* iterate, int s
   iterate->m_nSpan = span;
   return 1;
 }
+
+aoStream* aoStorage::OpenStreamFirst(uint32_t mode) { return CreateStreamHelper(nullptr, 0, mode, false, true); }

@@ -7,6 +7,7 @@
 #include "aostore/stream.h"
 #include "platform/files.h"
 #include "storage/file_ref.h"
+#include "storage/cycle_guard.h"
 #include "storage/format.h"
 #include "storage/positioning.h"
 
@@ -34,12 +35,6 @@ aoStream::aoStream(aoStream* parent, t_aoStreamU& header, ao::FileHandle file, t
 aoStream::aoStream() = default;
 
 int64_t aoStream::FileLimit() const { return m_b64 ? aoStorage::g_iMaxVastrelSize : format::kLimit32; }
-
-int64_t aoStream::MaxChainBlocks() const {
-  if (m_storage == nullptr) return 0;
-  const int64_t size = m_storage->m_inMemory ? m_storage->m_imageSize : platform::Files().Size(m_file);
-  return size < 0 ? 0 : size / HeaderLength() + 1;
-}
 
 int aoStream::ReadFile(ao::FileHandle file, void* buffer, int64_t count, int64_t* done, void* overlapped) {
   if (m_storage != nullptr && m_storage->m_inMemory) {
@@ -153,6 +148,8 @@ bool aoStream::WriteOwnRecord() {
 
 bool aoStream::WriteStreamHeader(int64_t offset, t_aoStreamU& header) {
   if (m_storage == nullptr || m_storage->m_inMemory) return false;
+  // A root stream's record lies in the container's tables.
+  if (m_parent == nullptr) return m_storage->WriteStreamHeader(offset, header);
   unsigned char bytes[92];
   format::EncodeRecord(header, m_b64, bytes);
   tag_aoStreamOffset where;
@@ -352,8 +349,9 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
   auto* out = static_cast<unsigned char*>(buffer);
   int64_t total = 0;
   int64_t remaining = count;
+  ao::CycleGuard cycle;
   while (true) {
-    if (m_posInBlock == 0 && !LoadBlockHeader(m_curBlock)) return -1;
+    if (m_posInBlock == 0 && (cycle.Seen(m_curBlock) || !LoadBlockHeader(m_curBlock))) return -1;
     int64_t chunk = std::min(remaining, m_blockDataEnd - m_posInBlock);
     chunk = std::min(chunk, m_header.dataLength - m_dataPos);
     if (chunk <= 0) return total;
@@ -391,9 +389,10 @@ int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
     if (remaining == 0) return 0;
     block = m_blockNext;
   }
-  for (int64_t visited = 0, bound = MaxChainBlocks(); visited < bound; ++visited) {
+  ao::CycleGuard cycle;
+  while (true) {
     int64_t dataEnd, blockEnd, prev, next;
-    if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next)) return -1;
+    if (cycle.Seen(block) || !ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next)) return -1;
     const int64_t step = std::min(remaining, dataEnd - HeaderLength());
     remaining -= step;
     m_dataPos += step;
@@ -410,7 +409,6 @@ int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
     if (next == 0) return -1;
     block = next;
   }
-  return -1;  // the chain loops
 }
 
 int64_t aoStream::SeekLeft(int64_t count, bool fromEnd) {
@@ -506,10 +504,11 @@ int64_t aoStream::GetAllocLength() {
   if (m_curBlock == 0) return 0;
   int64_t total = 0;
   int64_t block = m_header.firstBlock;
-  for (int64_t visited = 0, bound = MaxChainBlocks(); block != 0; ++visited) {
+  ao::CycleGuard cycle;
+  while (block != 0) {
     // Deliberately each header lands in the stream's cached block header, so
     // that afterwards the cache holds the last block's header.
-    if (visited >= bound || !ReadBlockHeaderAt(block, m_blockDataEnd, m_blockEnd, m_blockPrev, m_blockNext))
+    if (cycle.Seen(block) || !ReadBlockHeaderAt(block, m_blockDataEnd, m_blockEnd, m_blockPrev, m_blockNext))
       return -1;
     total += m_blockEnd - HeaderLength();
     block = m_blockNext;

@@ -1,0 +1,383 @@
+// Stream data I/O through real files: block chains shared between stream
+// objects, the size limits, the seek families, size prefixes, and failure
+// paths driven by the fault-injecting file backend.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "aostore/aostore.h"
+#include "platform/fault_files.h"
+#include "storage/internals.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using ao::test::Pattern;
+
+class StreamIo : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_.File("streams.dat");
+    storage_ = aoStorage::Create(path_.c_str(), kAoModeEdit, 0);
+    ASSERT_NE(storage_, nullptr);
+  }
+  void TearDown() override {
+    if (storage_ != nullptr) storage_->Release();
+  }
+  void Reopen(uint32_t mode = kAoModeEdit) {
+    storage_->Release();
+    storage_ = aoStorage::Open(path_.c_str(), mode, 0, 0);
+    ASSERT_NE(storage_, nullptr);
+  }
+  std::vector<unsigned char> ReadAll(const char* name) {
+    aoStream* stream = storage_->OpenStream(name, kAoModeInspect);
+    EXPECT_NE(stream, nullptr);
+    if (stream == nullptr) return {};
+    std::vector<unsigned char> bytes(static_cast<size_t>(stream->GetLength()));
+    EXPECT_EQ(stream->Read(bytes.data(), static_cast<int64_t>(bytes.size())), static_cast<int64_t>(bytes.size()));
+    stream->Release();
+    return bytes;
+  }
+
+  ao::test::TempDir dir_;
+  std::string path_;
+  aoStorage* storage_ = nullptr;
+};
+
+TEST_F(StreamIo, InterleavedWritersBuildChainsThatReadBackExactly) {
+  // Three streams grow in turn, so the file's tail block moves between them
+  // and each stream's data ends up in a chain of many blocks.
+  const char* names[] = {"alpha", "beta", "gamma"};
+  aoStream* streams[3];
+  for (int i = 0; i < 3; ++i) {
+    streams[i] = storage_->CreateStream(names[i], kAoModeEdit);
+    ASSERT_NE(streams[i], nullptr);
+  }
+  std::vector<unsigned char> expected[3];
+  for (int round = 0; round < 40; ++round) {
+    for (int i = 0; i < 3; ++i) {
+      const auto chunk = Pattern(1000 + 37 * round + i, static_cast<uint32_t>(round * 3 + i));
+      ASSERT_EQ(streams[i]->Write(chunk.data(), static_cast<int64_t>(chunk.size()), false, nullptr),
+                static_cast<int64_t>(chunk.size()));
+      expected[i].insert(expected[i].end(), chunk.begin(), chunk.end());
+    }
+  }
+  for (aoStream* stream : streams) stream->Release();
+  Reopen(kAoModeInspect);
+  for (int i = 0; i < 3; ++i) {
+    aoStream* stream = storage_->OpenStream(names[i], kAoModeInspect);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->GetLength(), static_cast<int64_t>(expected[i].size()));
+    EXPECT_GE(stream->GetAllocLength(), stream->GetLength());
+    stream->Release();
+    EXPECT_EQ(ReadAll(names[i]), expected[i]) << names[i];
+  }
+}
+
+TEST_F(StreamIo, TheMostRecentStreamGrowsInOneContiguousBlock) {
+  aoStream* stream = storage_->CreateStream("log", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  const int64_t before = storage_->GetFileSize();
+  const auto chunk = Pattern(16384, 1);
+  for (int i = 0; i < 64; ++i) ASSERT_EQ(stream->Write(chunk.data(), 16384, false, nullptr), 16384);
+  // One block header and the data, nothing else.
+  EXPECT_EQ(storage_->GetFileSize(), before + 40 + 64 * 16384);
+  EXPECT_EQ(stream->GetAllocLength(), 64 * 16384);
+  stream->Release();
+}
+
+TEST_F(StreamIo, WritesWithAndWithoutSetEnd) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  // A write of 0 bytes still gives the stream its first block.
+  EXPECT_EQ(stream->GetAllocLength(), 0);
+  EXPECT_EQ(stream->Write("", 0, false, nullptr), 0);
+  EXPECT_EQ(stream->GetLength(), 0);
+  const auto hundred = Pattern(100, 7);
+  ASSERT_EQ(stream->Write(hundred.data(), 100, false, nullptr), 100);
+
+  // An overwrite inside the data with setEnd false rewrites no header.
+  const auto fileBefore = ao::test::ReadWholeFile(path_);
+  ASSERT_EQ(stream->Seek(10, 0, true), 0);
+  ASSERT_EQ(stream->Write("0123456789", 10, false, nullptr), 10);
+  auto fileAfter = ao::test::ReadWholeFile(path_);
+  ASSERT_EQ(fileAfter.size(), fileBefore.size());
+  size_t changed = 0;
+  for (size_t i = 0; i < fileAfter.size(); ++i) changed += fileAfter[i] != fileBefore[i];
+  EXPECT_LE(changed, 10u);
+  EXPECT_EQ(stream->GetLength(), 100);
+
+  // Writing 10 bytes with setEnd at position 4 leaves a length of 14.
+  ASSERT_EQ(stream->Seek(4, 0, true), 0);
+  int64_t where = 0;
+  ASSERT_EQ(stream->Write("abcdefghij", 10, true, &where), 10);
+  EXPECT_EQ(stream->GetLength(), 14);
+  EXPECT_GT(where, 0);
+  stream->Release();
+  Reopen();
+  auto bytes = ReadAll("s");
+  ASSERT_EQ(bytes.size(), 14u);
+  EXPECT_EQ(std::string(bytes.begin() + 4, bytes.end()), "abcdefghij");
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 4),
+            std::vector<unsigned char>(hundred.begin(), hundred.begin() + 4));
+}
+
+TEST_F(StreamIo, SeekFamilies) {
+  aoStream* other = storage_->CreateStream("other", kAoModeEdit);
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  // Two blocks: 30 bytes, then another stream takes the tail, then 20 more.
+  std::string text = "abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMN";
+  ASSERT_EQ(stream->Write(text.data(), 30, false, nullptr), 30);
+  ASSERT_EQ(other->Write("x", 1, false, nullptr), 1);
+  ASSERT_EQ(stream->Write(text.data() + 30, 20, false, nullptr), 20);
+  other->Release();
+  auto readOne = [&]() {
+    char c = 0;
+    EXPECT_EQ(stream->Read(&c, 1), 1);
+    return c;
+  };
+  EXPECT_EQ(stream->Seek(35, 0, true), 0);
+  EXPECT_EQ(stream->GetCurDataPos(), 35);
+  EXPECT_EQ(readOne(), text[35]);
+  EXPECT_EQ(stream->Seek(5, 1, true), 0);  // 5 bytes before the end
+  EXPECT_EQ(stream->GetCurDataPos(), 45);
+  EXPECT_EQ(readOne(), text[45]);
+  EXPECT_EQ(stream->Seek(20, 2, false), 0);  // back across the block boundary
+  EXPECT_EQ(stream->GetCurDataPos(), 26);
+  EXPECT_EQ(readOne(), text[26]);
+  EXPECT_EQ(stream->Seek(10, 2, true), 0);
+  EXPECT_EQ(readOne(), text[37]);
+  EXPECT_EQ(stream->Seek(51, 0, true), -1);  // beyond the end
+  EXPECT_EQ(stream->Seek(1, 9, true), -1);
+  EXPECT_EQ(stream->Seek2(-3, 0), 0);  // counted back from the end
+  EXPECT_EQ(stream->GetCurDataPos(), 47);
+  EXPECT_EQ(stream->Seek2(-2, 1), 0);
+  EXPECT_EQ(stream->GetCurDataPos(), 45);
+  EXPECT_EQ(stream->Seek2(2, 1), 0);
+  EXPECT_EQ(stream->GetCurDataPos(), 47);
+  EXPECT_EQ(stream->Seek2(12, 2), 0);  // any other origin goes to the start
+  EXPECT_EQ(stream->GetCurDataPos(), 0);
+  EXPECT_EQ(readOne(), text[0]);
+  EXPECT_EQ(stream->Seek2(0, 0), 0);
+  EXPECT_EQ(stream->GetCurDataPos(), 0);
+  stream->Release();
+}
+
+TEST_F(StreamIo, SetLengthOnlyShrinksAndNeedsWriteMode) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  ASSERT_EQ(stream->Write("0123456789", 10, false, nullptr), 10);
+  EXPECT_FALSE(stream->SetLength(11));
+  EXPECT_TRUE(stream->SetLength(6));
+  EXPECT_EQ(stream->GetCurDataPos(), 0);
+  stream->Release();
+  aoStream* reader = storage_->OpenStream("s", kAoModeInspect);
+  ASSERT_NE(reader, nullptr);
+  EXPECT_EQ(reader->GetLength(), 6);
+  EXPECT_FALSE(reader->SetLength(2));
+  reader->Release();
+  EXPECT_EQ(ReadAll("s").size(), 6u);
+}
+
+TEST_F(StreamIo, SizePrefixIsVerifiedAgainstTheData) {
+  aoStream* stream = storage_->CreateStream("p", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  ASSERT_EQ(stream->PrependSize(5), 1);
+  ASSERT_EQ(stream->Write("hello", 5, false, nullptr), 5);
+  stream->Release();
+  Reopen();
+  stream = storage_->OpenStream("p", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_NE(stream->GetHeader().flags & kAoFlagSizePrefix, 0);
+  int64_t length = 0;
+  EXPECT_EQ(stream->GetVerifiedDataLength(length), 1);
+  EXPECT_EQ(length, 5);
+  // A prefix that promises more than the data holds fails.
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  ASSERT_EQ(stream->PrependSize(9), 1);
+  ASSERT_EQ(stream->Write("abc", 3, false, nullptr), 3);
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  EXPECT_EQ(stream->GetVerifiedDataLength(length), 0);
+  stream->Release();
+}
+
+TEST_F(StreamIo, PreallocationReservesOneBlockForTheWholeStream) {
+  aoStream* stream = storage_->CreateStream("pre", kAoModeEdit);
+  aoStream* other = storage_->CreateStream("other", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(stream->PreallocateSpace(64 * 1024), 1);
+  EXPECT_EQ(stream->PreallocateSpace(10), 0);  // it has a block already
+  ASSERT_EQ(other->Write("tail", 4, false, nullptr), 4);
+  const auto data = Pattern(60000, 3);
+  ASSERT_EQ(stream->Write(data.data(), 60000, false, nullptr), 60000);
+  EXPECT_EQ(stream->GetAllocLength(), 64 * 1024);
+  stream->Release();
+  other->Release();
+  EXPECT_EQ(ReadAll("pre"), data);
+}
+
+TEST_F(StreamIo, ReadingStopsAtTheBlockRecordedAsLast) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  aoStream* other = storage_->CreateStream("o", kAoModeEdit);
+  ASSERT_EQ(stream->Write("first", 5, false, nullptr), 5);
+  ASSERT_EQ(other->Write("-", 1, false, nullptr), 1);
+  ASSERT_EQ(stream->Write("second", 6, false, nullptr), 6);
+  const int64_t record = stream->GetWhere().recordOffset;
+  stream->Release();
+  other->Release();
+  storage_->Release();
+  storage_ = nullptr;
+  // Point the record's last-block field (offset 76) at its first block (84).
+  auto bytes = ao::test::ReadWholeFile(path_);
+  for (int i = 0; i < 8; ++i) bytes[record + 76 + i] = bytes[record + 84 + i];
+  ao::test::WriteWholeFile(path_, bytes);
+  storage_ = aoStorage::Open(path_.c_str(), kAoModeInspect, 0, 0);
+  ASSERT_NE(storage_, nullptr);
+  stream = storage_->OpenStream("s", kAoModeInspect);
+  ASSERT_NE(stream, nullptr);
+  char text[16] = {};
+  EXPECT_EQ(stream->Read(text, 11), 5);
+  EXPECT_STREQ(text, "first");
+  stream->Release();
+}
+
+TEST(StreamLimits, WritesStopAtTheStreamSizeLimit) {
+  const int64_t saved = aoStorage::g_iMaxCompStmSize;
+  aoStorage::g_iMaxCompStmSize = 1000;
+  ao::test::TempDir dir;
+  aoStorage* storage = aoStorage::Create(dir.File("limit.dat").c_str(), kAoModeEdit, 0);
+  ASSERT_NE(storage, nullptr);
+  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
+  const auto data = Pattern(1500, 1);
+  EXPECT_EQ(stream->Write(data.data(), 900, false, nullptr), 900);
+  EXPECT_EQ(stream->Write(data.data(), 500, false, nullptr), 100);
+  EXPECT_EQ(stream->Write(data.data(), 10, false, nullptr), 0);
+  EXPECT_EQ(stream->GetLength(), 1000);
+  stream->Release();
+  storage->Release();
+  aoStorage::g_iMaxCompStmSize = saved;
+}
+
+TEST(StreamLimits, TheFileLimitStopsGrowthAndNewBlocks) {
+  const int64_t saved = aoStorage::g_iMaxVastrelSize;
+  ao::test::TempDir dir;
+  aoStorage* storage = aoStorage::Create(dir.File("file-limit.dat").c_str(), kAoModeEdit, 0);
+  ASSERT_NE(storage, nullptr);
+  aoStream* grower = storage->CreateStream("grow", kAoModeEdit);
+  aoStream* blocked = storage->CreateStream("blocked", kAoModeEdit);
+  ASSERT_EQ(blocked->Write("b", 1, false, nullptr), 1);
+  aoStorage::g_iMaxVastrelSize = storage->GetFileSize() + 1000;
+  // The tail block grows in place up to the limit.
+  const auto data = Pattern(5000, 2);
+  const int64_t written = blocked->Write(data.data(), 5000, false, nullptr);
+  EXPECT_EQ(written, 1000);
+  EXPECT_EQ(storage->GetFileSize(), aoStorage::g_iMaxVastrelSize);
+  // No new block can be appended: the first write of another stream fails.
+  EXPECT_EQ(grower->Write(data.data(), 10, false, nullptr), -1);
+  grower->Release();
+  blocked->Release();
+  storage->Release();
+  aoStorage::g_iMaxVastrelSize = saved;
+}
+
+TEST(StreamFaults, AFailedHeaderWriteGivesMinusOneAndTheContainerStillOpens) {
+  ao::test::TempDir dir;
+  const std::string path = dir.File("faults.dat");
+  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
+  ASSERT_NE(storage, nullptr);
+  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
+  ASSERT_EQ(stream->Write("kept", 4, false, nullptr), 4);
+  {
+    ao::platform::ScopedFaultFiles faults;
+    // Write 1 is the data, 2 the block header, 3 the stream header.
+    for (int nth = 1; nth <= 3; ++nth) {
+      faults->FailWrite(nth);
+      EXPECT_EQ(stream->Write("more", 4, false, nullptr), -1) << nth;
+    }
+    faults->FailRead(1);
+    aoStream* reader = storage->OpenStream("s", kAoModeInspect);
+    EXPECT_EQ(reader, nullptr);
+    faults->Disarm();
+  }
+  stream->Release();
+  storage->Release();
+  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
+  ASSERT_NE(storage, nullptr);
+  stream = storage->OpenStream("s", kAoModeInspect);
+  ASSERT_NE(stream, nullptr);
+  char text[5] = {};
+  EXPECT_GE(stream->GetLength(), 4);
+  EXPECT_EQ(stream->Read(text, 4), 4);
+  EXPECT_STREQ(text, "kept");
+  stream->Release();
+  storage->Release();
+}
+
+TEST(StreamFaults, AShortReadOfABlockIsAnError) {
+  ao::test::TempDir dir;
+  const std::string path = dir.File("short.dat");
+  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
+  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
+  const auto data = Pattern(4000, 9);
+  ASSERT_EQ(stream->Write(data.data(), 4000, false, nullptr), 4000);
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  std::vector<unsigned char> out(4000);
+  {
+    ao::platform::ScopedFaultFiles faults;
+    faults->FailRead(1, ao::platform::FaultFiles::Fault::kShort);
+    EXPECT_EQ(stream->Read(out.data(), 4000), -1);
+  }
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  EXPECT_EQ(stream->Read(out.data(), 4000), 4000);
+  EXPECT_EQ(out, data);
+  stream->Release();
+  storage->Release();
+}
+
+TEST(StreamDamage, ChainLoopsAndBadBlocksEndWalks) {
+  ao::test::TempDir dir;
+  const std::string path = dir.File("loop.dat");
+  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
+  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
+  aoStream* other = storage->CreateStream("o", kAoModeEdit);
+  ASSERT_EQ(stream->Write("aaaa", 4, false, nullptr), 4);
+  ASSERT_EQ(other->Write("b", 1, false, nullptr), 1);
+  ASSERT_EQ(stream->Write("cccc", 4, false, nullptr), 4);
+  const int64_t first = stream->GetHeader().firstBlock;
+  const int64_t second = stream->GetHeader().lastBlock;
+  ASSERT_NE(first, second);
+  stream->Release();
+  other->Release();
+  storage->Release();
+  // Make the second block point back at the first one.
+  auto bytes = ao::test::ReadWholeFile(path);
+  for (int i = 0; i < 8; ++i) bytes[second + 32 + i] = static_cast<unsigned char>(first >> (8 * i));
+  ao::test::WriteWholeFile(path, bytes);
+  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
+  ASSERT_NE(storage, nullptr);
+  stream = storage->OpenStream("s", kAoModeInspect);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(stream->GetAllocLength(), -1);
+  EXPECT_EQ(stream->Seek(100, 0, true), -1);
+  char text[9] = {};
+  EXPECT_EQ(stream->Seek(0, 0, true), 0);
+  EXPECT_EQ(stream->Read(text, 8), 8);
+  stream->Release();
+  storage->Release();
+  // A data end past the block end is damage: reads fail.
+  bytes = ao::test::ReadWholeFile(path);
+  bytes[first + 8] = 0xFF;
+  bytes[first + 9] = 0xFF;
+  ao::test::WriteWholeFile(path, bytes);
+  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
+  stream = storage->OpenStream("s", kAoModeInspect);
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(stream->Read(text, 8), -1);
+  stream->Release();
+  storage->Release();
+}
+
+}  // namespace
