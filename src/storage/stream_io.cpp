@@ -84,9 +84,11 @@ bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& block
   unsigned char bytes[40] = {};
   if (!ReadAtFile(block, bytes, HeaderLength())) return false;
   const format::BlockHeader header = format::DecodeBlockHeader(bytes, m_b64);
-  // The data end may never pass the block end, and neither may lie inside
-  // the header: such a block is damaged and ends every walk.
-  if (header.marker != format::kBlockMarker || header.dataEnd < HeaderLength() || header.dataEnd > header.blockEnd)
+  // Neither end may lie inside the header: such a block is damaged and ends
+  // every walk. A data end past the block end is accepted (a write that grew
+  // the block may have been cut off before the block end followed); reads
+  // beyond the file then fail on their own.
+  if (header.marker != format::kBlockMarker || header.dataEnd < HeaderLength() || header.blockEnd < HeaderLength())
     return false;
   dataEnd = header.dataEnd;
   blockEnd = header.blockEnd;
