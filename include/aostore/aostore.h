@@ -13,5 +13,10 @@
 #include "aostore/qo_string.h"
 #include "aostore/vastrel_file.h"
 #include "aostore/encrypted_element.h"
+#include "aostore/file_adapter.h"
+#include "aostore/stress.h"
+#include "aostore/settings.h"
+#include "aostore/check.h"
+#include "aostore/maintenance.h"
 
 #endif  // AOSTORE_AOSTORE_H

@@ -7,6 +7,14 @@
 #include "aostore/export.h"
 #include "aostore/types.h"
 
+// The log is the plain concatenation of op records, little-endian, without
+// header, alignment or terminator. After the op byte:
+//   RecOpEnter, RecOpEnterFast  u16 N, N name bytes (no NUL), u8 flag (folder
+//                               for an enter, at-end for a fast enter)
+//   RecOpLeave                  nothing
+//   RecOpRemove                 u16 N, N name bytes
+//   RecOpWrite                  u8 truncate, u8 size prefix, u32 L, L bytes
+//   RecOpAppend                 u8 prefix, u32 L, L bytes
 enum RecOpEnum : unsigned char {
   RecOpEnter = 1,
   RecOpEnterFast = 2,
@@ -102,8 +110,11 @@ class AOSTORE_API CCompRecorder {
   void PushOp(RecOpEnum op, const char* text, unsigned char* data, uint32_t len);
   int InsertParents(const RecStmStruct* top, void* stream);
   int UpdateStmStack(void* stream);
-  // Makes room for n more bytes at the position; false when memory is short.
-  bool EnsureRoom(unsigned int n);
+  // A new buffer of size bytes that this recorder owns, holding no data.
+  bool AllocateFresh(unsigned int size);
+  // Makes room for n more bytes at the position, growing by grow bytes when
+  // short; false when memory cannot be had.
+  bool EnsureRoom(unsigned int n, unsigned int grow);
   // Appends one fixed field; a field that cannot be stored stops the log.
   void PutField(const unsigned char* bytes, unsigned int n);
   void PutU8(uint8_t v);

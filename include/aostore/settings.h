@@ -11,7 +11,7 @@
 
 #include "aostore/export.h"
 #include "aostore/qo_string.h"
-#include "aostore/vastrel_file.h"
+#include "aostore/encrypted_element.h"
 
 class aoStorage;
 class aoStream;
@@ -109,11 +109,12 @@ class AOSTORE_API CGlobalSettingStgFile {
                                     uint64_t size, int& loaded);
 
  private:
-  // Record writer and the paths behind it.
-  int WriteRecord(unsigned char* outerHeader, unsigned char* body, uint64_t bodyLength, const char* streamPath,
-                  const char* childName);
+  // Opens "misc.dat" of the key folder in file; a file created here is made
+  // private to its owner.
   int OpenSettingsFile(CVastrelFile& file, int mode);
+  // The data folder joined with "System".
   std::string KeyFolder() const;
+  // The user whose name matches (null: the first user); null when none does.
   GlobalUserEntry* FindUser(const char* name);
 
   AppDatabaseParams m_params;

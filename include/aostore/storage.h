@@ -167,6 +167,9 @@ class AOSTORE_API aoStorage {
   void ReplaceSnapshot(int snapshot);
   aoStream* OpenMapEntry(const void* assoc, uint32_t mode);
   aoStream* FindRootOfKind(const char* name, bool folders, bool writeFirst);
+  // Writes source's whole tree compactly into a new container at temporary;
+  // false, with no file left there, when any of it could not be copied.
+  static bool WriteCompactCopy(aoStorage* source, const char* temporary);
 
   uint32_t m_minBlockCapacity = 0;
   char m_path[260] = {};

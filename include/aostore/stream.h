@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,9 @@
 class aoStorage;
 namespace ao {
 struct StreamInternals;
+struct FolderLayout;
+class FolderScanner;
+class ChildIndex;
 }
 
 // A stream's bytes are a chain of blocks in the host file. Folders are streams
@@ -139,6 +143,8 @@ class AOSTORE_API aoStream {
  protected:
   friend class aoStorage;
   friend struct ao::StreamInternals;
+  friend class ao::FolderScanner;
+  friend class ao::ChildIndex;
   // The stress test preallocates first blocks itself.
   friend class CTestVastrel;
 
@@ -158,24 +164,56 @@ class AOSTORE_API aoStream {
   int RecordSize() const { return m_b64 ? 92 : 80; }
   int64_t FileLimit() const;
   // Positioned transfers through this stream's own position (file or image).
-  bool ReadAtFile(int64_t offset, void* buffer, int64_t count);
+  // ioError, when given, tells a failure the system reported from bytes
+  // that are not there.
+  bool ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioError = nullptr);
   bool WriteAtFile(int64_t offset, const void* buffer, int64_t count);
   // Reads and checks the block header at block; false on a bad read or marker.
-  bool ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next);
+  bool ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next,
+                         bool* ioError = nullptr);
   // Makes block current with its header loaded (position: just past it).
-  bool LoadBlockHeader(int64_t block);
+  bool LoadBlockHeader(int64_t block, bool* ioError = nullptr);
   bool WriteBlockHeader();
   void MoveToBlock(int64_t block);
   // Writes count bytes of a header record at fieldOffset within it, across a
   // block boundary of the folder when the record straddles one.
   bool WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count);
   bool WriteOwnRecord();
+  // Takes this stream's length and block fields from its record on disk
+  // (another object on the same file may have changed them).
+  bool RefreshOwnRecord();
   bool WriteLengthAndLastBlock();
   int64_t AllocateBlock(int64_t previous, int64_t size, bool first);
   // Write, also telling where its first bytes landed (and how they split
   // over a block boundary within the first `span` bytes).
   int64_t WriteChunks(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition, int64_t span,
                       tag_aoStreamOffset* where);
+
+  // Folder helpers (the tree code).
+  // AddStreamHeader, also telling whether the record was appended (rather
+  // than a free record taken over).
+  bool AddRecord(const char* name, uint32_t attributes, t_aoStreamU& record, tag_aoStreamOffset& where, int reuseFree,
+                 bool& appended);
+  // Appends or reuses a record and opens the new child; the caller holds the lock.
+  aoStream* CreateChild(const char* name, uint32_t attributes, uint32_t mode, int reuseFree);
+  // Writes the in-memory child count at data position 0.
+  bool WriteChildCount();
+  // Appends a record at data position `at` (the data end unless the count
+  // says otherwise); where receives its position.
+  bool AppendRecord(int64_t at, const t_aoStreamU& record, tag_aoStreamOffset& where);
+  bool RemoveAtDepth(int depth);
+  bool CopyFolderAtDepth(aoStream* destination, int depth);
+  // Copies the size-prefix bit, duration and child information of this
+  // stream's record into destination's record.
+  bool CopyRecordTraits(aoStream* destination);
+  // Whether other is this stream or one of the folders above it.
+  bool IsSelfOrAncestor(const aoStream* other) const;
+  // Rebuilds this folder's tree into destination, a new empty folder: every
+  // record is created before any child's data, so each folder stays one block.
+  bool CloneTreeInto(aoStream* destination, int depth);
+
+  // Where this folder's data blocks lie, kept between scans of its records.
+  std::shared_ptr<ao::FolderLayout> m_layout;
 
  protected:
   ao::FileHandle m_file = ao::kInvalidFile;

@@ -17,17 +17,22 @@ FileApi& Files() {
 
 FileApi* SetFilesForTesting(FileApi* files) { return g_override.exchange(files); }
 
-bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset) {
+ReadStatus ReadExactly(FileHandle file, void* buffer, int64_t count, int64_t offset) {
   auto* bytes = static_cast<unsigned char*>(buffer);
   while (count > 0) {
     const auto piece = static_cast<size_t>(std::min(count, kMaxTransfer));
     size_t done = 0;
-    if (!Files().ReadAt(file, bytes, piece, offset, &done) || done != piece) return false;
+    if (!Files().ReadAt(file, bytes, piece, offset, &done)) return ReadStatus::kFailed;
+    if (done != piece) return ReadStatus::kShort;
     bytes += piece;
     offset += static_cast<int64_t>(piece);
     count -= static_cast<int64_t>(piece);
   }
-  return true;
+  return ReadStatus::kComplete;
+}
+
+bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset) {
+  return ReadExactly(file, buffer, count, offset) == ReadStatus::kComplete;
 }
 
 bool WriteFully(FileHandle file, const void* buffer, int64_t count, int64_t offset) {

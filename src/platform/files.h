@@ -47,6 +47,13 @@ FileApi& SystemFiles();
 // Installs a backend (null restores the system's); returns the previous one.
 FileApi* SetFilesForTesting(FileApi* files);
 
+enum class ReadStatus {
+  kComplete,
+  kShort,   // the file ended first
+  kFailed,  // the system reported an error
+};
+ReadStatus ReadExactly(FileHandle file, void* buffer, int64_t count, int64_t offset);
+
 // Reads or writes all count bytes, in pieces the system accepts; false when
 // anything failed or came short.
 bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset);

@@ -176,7 +176,7 @@ int aoStorage::IterateSortedStreamsNoOPENS(CIterateSortedStreams* iterate, int s
   uint32_t span = iterate->m_nLastSpan;
   for (int next = iterate->m_nPos; next >= 0 && next < count; ++next) {
     const Assoc* candidate = map.GetSortedAt(next);
-    if (candidate->key.size() != 8) continue;
+    if (candidate == nullptr || candidate->key.size() != 8) continue;
     span = static_cast<uint32_t>(std::strtoul(candidate->key.c_str(), nullptr, 16)) - current;
     if (span > 86400) span = iterate->m_nLastSpan;
     break;

@@ -62,15 +62,20 @@ int64_t aoStream::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t
   return ao::MoveFilePosition(m_filePos, file, distance, method);
 }
 
-bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count) {
+bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioError) {
   if (m_storage == nullptr || offset <= 0) return false;
   if (m_storage->m_inMemory) {
     if (SetFilePointer(m_file, offset, 0) < 0) return false;
-  } else {
-    m_filePos = offset;
+    int64_t done = 0;
+    return ReadFile(m_file, buffer, count, &done, nullptr) != 0 && done == count;
   }
-  int64_t done = 0;
-  return ReadFile(m_file, buffer, count, &done, nullptr) != 0 && done == count;
+  m_filePos = offset;
+  if (count < 1) return true;
+  const platform::ReadStatus status = platform::ReadExactly(m_file, buffer, count, offset);
+  if (ioError != nullptr) *ioError = status == platform::ReadStatus::kFailed;
+  if (status != platform::ReadStatus::kComplete) return false;
+  m_filePos += count;
+  return true;
 }
 
 bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
@@ -80,9 +85,10 @@ bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   return true;
 }
 
-bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next) {
+bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next,
+                                 bool* ioError) {
   unsigned char bytes[40] = {};
-  if (!ReadAtFile(block, bytes, HeaderLength())) return false;
+  if (!ReadAtFile(block, bytes, HeaderLength(), ioError)) return false;
   const format::BlockHeader header = format::DecodeBlockHeader(bytes, m_b64);
   // Neither end may lie inside the header: such a block is damaged and ends
   // every walk. A data end past the block end is accepted (a write that grew
@@ -97,9 +103,9 @@ bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& block
   return true;
 }
 
-bool aoStream::LoadBlockHeader(int64_t block) {
+bool aoStream::LoadBlockHeader(int64_t block, bool* ioError) {
   int64_t dataEnd, blockEnd, prev, next;
-  if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next)) return false;
+  if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next, ioError)) return false;
   m_curBlock = block;
   m_blockDataEnd = dataEnd;
   m_blockEnd = blockEnd;
@@ -126,6 +132,9 @@ void aoStream::MoveToBlock(int64_t block) {
 
 bool aoStream::WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count) {
   const int64_t split = where.splitAt;
+  // A split without a continuation marks a record in more than two pieces:
+  // it cannot be written back without landing outside the folder's data.
+  if (split != 0 && where.continuation <= 0) return false;
   bool written = true;
   Lock();
   if (split == 0 || fieldOffset + count <= split) {
@@ -248,10 +257,12 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
   const int64_t limit = FileLimit();
 
   while (remaining > 0) {
-    if (m_posInBlock == 0 && !LoadBlockHeader(m_curBlock)) {
+    bool ioError = false;
+    if (m_posInBlock == 0 && !LoadBlockHeader(m_curBlock, &ioError)) {
       // A damaged chain tail is cut off rather than failing the write:
       // return to the block written before, end the chain there, go on.
-      if (previous == 0 || !LoadBlockHeader(previous)) {
+      // A read the system failed proves no damage, and cuts nothing.
+      if (ioError || previous == 0 || !LoadBlockHeader(previous)) {
         failed = true;
         break;
       }
@@ -354,10 +365,12 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
   ao::CycleGuard cycle;
   while (true) {
     if (m_posInBlock == 0 && (cycle.Seen(m_curBlock) || !LoadBlockHeader(m_curBlock))) return -1;
-    int64_t chunk = std::min(remaining, m_blockDataEnd - m_posInBlock);
-    chunk = std::min(chunk, m_header.dataLength - m_dataPos);
-    if (chunk <= 0) return total;
-    if (!ReadAtFile(m_curBlock + m_posInBlock, out, chunk)) return -1;
+    const int64_t left = m_header.dataLength - m_dataPos;
+    if (left <= 0) return total;
+    // A read that ended at a block's end left the position there (as may a
+    // seek): nothing is taken from this block and the next one goes on.
+    const int64_t chunk = std::clamp<int64_t>(std::min(remaining, m_blockDataEnd - m_posInBlock), 0, left);
+    if (chunk > 0 && !ReadAtFile(m_curBlock + m_posInBlock, out, chunk)) return -1;
     m_posInBlock += chunk;
     m_dataPos += chunk;
     out += chunk;

@@ -367,10 +367,10 @@ TEST(StreamDamage, ChainLoopsAndBadBlocksEndWalks) {
   EXPECT_EQ(stream->Read(text, 8), 8);
   stream->Release();
   storage->Release();
-  // A data end past the block end is damage: reads fail.
+  // A data end inside the block header is damage: reads fail.
   bytes = ao::test::ReadWholeFile(path);
-  bytes[first + 8] = 0xFF;
-  bytes[first + 9] = 0xFF;
+  bytes[first + 8] = 5;
+  bytes[first + 9] = 0;
   ao::test::WriteWholeFile(path, bytes);
   storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
   stream = storage->OpenStream("s", kAoModeInspect);

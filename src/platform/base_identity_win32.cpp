@@ -1,0 +1,75 @@
+// Machine identity on Windows: the MachineGuid that setup writes once per
+// installation.
+#if defined(_WIN32)
+
+#include <windows.h>
+
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/base.h"
+#include "platform/memory.h"
+
+namespace ao::platform {
+namespace {
+
+// A GUID in text is 36 characters; anything much longer is not one, so the
+// value is never read into an unbounded buffer.
+constexpr DWORD kMaxIdentifier = 256;
+
+std::mutex g_overrideLock;
+std::optional<std::string> g_override;
+
+std::string MachineGuid() {
+  HKEY key = nullptr;
+  // The 64-bit view: a 32-bit process would otherwise be redirected away from
+  // the value.
+  if (::RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Cryptography", 0, KEY_QUERY_VALUE | KEY_WOW64_64KEY,
+                      &key) != ERROR_SUCCESS) {
+    return {};
+  }
+  char text[kMaxIdentifier] = {};
+  DWORD type = 0;
+  DWORD size = sizeof text - 1;  // leaves room for a terminator the value may lack
+  const LONG result =
+      ::RegQueryValueExA(key, "MachineGuid", nullptr, &type, reinterpret_cast<BYTE*>(text), &size);
+  ::RegCloseKey(key);
+  if (result != ERROR_SUCCESS || type != REG_SZ) return {};
+  return std::string(text, ::strnlen(text, size));
+}
+
+std::string SystemIdentifier() {
+  {
+    std::lock_guard<std::mutex> hold(g_overrideLock);
+    if (g_override) return *g_override;
+  }
+  return MachineGuid();
+}
+
+}  // namespace
+
+unsigned char* GetSystemIdentifier(uint32_t* length) {
+  if (length == nullptr) return nullptr;
+  const std::string id = SystemIdentifier();
+  if (id.empty()) return nullptr;
+  auto* block = static_cast<unsigned char*>(AllocZeroed(id.size()));
+  if (block == nullptr) return nullptr;
+  std::memcpy(block, id.data(), id.size());
+  *length = static_cast<uint32_t>(id.size());
+  return block;
+}
+
+void SetSystemIdentifierForTesting(const char* identifier) {
+  std::lock_guard<std::mutex> hold(g_overrideLock);
+  if (identifier == nullptr) {
+    g_override.reset();
+  } else {
+    g_override = identifier;
+  }
+}
+
+}  // namespace ao::platform
+
+#endif  // _WIN32

@@ -1,0 +1,137 @@
+// Win32 backend of the file interface. Every read and write names its offset
+// in an OVERLAPPED record, so no caller depends on the handle's file pointer
+// and two streams of one container may read at once.
+#if defined(_WIN32)
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "platform/files.h"
+
+namespace ao::platform {
+namespace {
+
+// ReadFile and WriteFile take 32-bit counts; larger transfers go in pieces.
+constexpr size_t kMaxPiece = 1u << 30;
+
+HANDLE ToHandle(FileHandle file) { return reinterpret_cast<HANDLE>(file); }
+
+OVERLAPPED At(int64_t offset) {
+  OVERLAPPED where{};
+  where.Offset = static_cast<DWORD>(static_cast<uint64_t>(offset) & 0xFFFFFFFFu);
+  where.OffsetHigh = static_cast<DWORD>(static_cast<uint64_t>(offset) >> 32);
+  return where;
+}
+
+DWORD CreationFor(Disposition disposition) {
+  switch (disposition) {
+    case Disposition::kTruncateExisting: return TRUNCATE_EXISTING;
+    case Disposition::kOpenAlways: return OPEN_ALWAYS;
+    case Disposition::kOpenExisting: break;
+  }
+  return OPEN_EXISTING;
+}
+
+class Win32Files final : public FileApi {
+ public:
+  FileHandle Open(const char* path, bool write, Disposition disposition) override {
+    if (path == nullptr) return kInvalidFile;
+    const DWORD access = GENERIC_READ | (write ? GENERIC_WRITE : 0);
+    // Shared like a POSIX descriptor: others may read, write, rename or
+    // delete the file while it is open. A folder fails to open here.
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE handle = ::CreateFileA(path, access, share, nullptr, CreationFor(disposition), FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) return kInvalidFile;
+    return reinterpret_cast<FileHandle>(handle);
+  }
+
+  void Close(FileHandle file) override {
+    if (file != kInvalidFile) ::CloseHandle(ToHandle(file));
+  }
+
+  bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override {
+    size_t total = 0;
+    auto* bytes = static_cast<char*>(buffer);
+    while (total < count) {
+      const auto piece = static_cast<DWORD>(std::min(count - total, kMaxPiece));
+      OVERLAPPED where = At(offset + static_cast<int64_t>(total));
+      DWORD got = 0;
+      if (!::ReadFile(ToHandle(file), bytes + total, piece, &got, &where)) {
+        // Reading at or past the end reports an error where POSIX reports 0.
+        if (::GetLastError() == ERROR_HANDLE_EOF) break;
+        *done = total;
+        return false;
+      }
+      if (got == 0) break;
+      total += got;
+    }
+    *done = total;
+    return true;
+  }
+
+  bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) override {
+    size_t total = 0;
+    const auto* bytes = static_cast<const char*>(buffer);
+    while (total < count) {
+      const auto piece = static_cast<DWORD>(std::min(count - total, kMaxPiece));
+      OVERLAPPED where = At(offset + static_cast<int64_t>(total));
+      DWORD put = 0;
+      if (!::WriteFile(ToHandle(file), bytes + total, piece, &put, &where) || put == 0) {
+        *done = total;
+        return false;
+      }
+      total += put;
+    }
+    *done = total;
+    return true;
+  }
+
+  int64_t Size(FileHandle file) override {
+    LARGE_INTEGER size{};
+    if (!::GetFileSizeEx(ToHandle(file), &size)) return -1;
+    return size.QuadPart;
+  }
+
+  bool SetSize(FileHandle file, int64_t size) override {
+    if (size < 0) return false;
+    const int64_t before = Size(file);
+    // What SetEndOfFile does, at an explicit size: SetEndOfFile itself cuts
+    // at the handle's file pointer, which a positional write on another
+    // thread moves, so a resize could land anywhere.
+    FILE_END_OF_FILE_INFO end{};
+    end.EndOfFile.QuadPart = size;
+    if (!::SetFileInformationByHandle(ToHandle(file), FileEndOfFileInfo, &end, sizeof end)) return false;
+    // Skips zero-filling the new space when the process holds the volume
+    // privilege; without it the call fails, which changes nothing.
+    if (size > before) ::SetFileValidData(ToHandle(file), size);
+    return true;
+  }
+
+  bool Flush(FileHandle file) override { return ::FlushFileBuffers(ToHandle(file)) != 0; }
+
+  bool Copy(const char* from, const char* to) override {
+    return from != nullptr && to != nullptr && ::CopyFileA(from, to, FALSE) != 0;
+  }
+
+  bool Delete(const char* path) override { return path != nullptr && ::DeleteFileA(path) != 0; }
+
+  bool Exists(const char* path) override {
+    return path != nullptr && ::GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+  }
+
+  bool Rename(const char* from, const char* to) override {
+    return from != nullptr && to != nullptr && ::MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING) != 0;
+  }
+};
+
+}  // namespace
+
+FileApi& SystemFiles() {
+  static Win32Files files;
+  return files;
+}
+
+}  // namespace ao::platform
+
+#endif  // _WIN32

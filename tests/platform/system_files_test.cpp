@@ -1,0 +1,186 @@
+// The operating system's file backend, on real files: positional I/O that
+// never depends on a shared file pointer, sizes, and the path operations.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/files.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using ao::platform::Disposition;
+using ao::platform::FileApi;
+using ao::test::Pattern;
+using ao::test::ReadWholeFile;
+using ao::test::TempDir;
+using ao::test::WriteWholeFile;
+using Bytes = std::vector<unsigned char>;
+
+FileApi& System() { return ao::platform::SystemFiles(); }
+
+// Closes the handle at the end of a test, also when an assertion fails.
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, bool write, Disposition disposition)
+      : handle_(System().Open(path.c_str(), write, disposition)) {}
+  ~OpenFile() { System().Close(handle_); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ao::FileHandle get() const { return handle_; }
+  bool valid() const { return handle_ != ao::kInvalidFile; }
+
+ private:
+  ao::FileHandle handle_;
+};
+
+Bytes ReadAt(ao::FileHandle file, size_t count, int64_t offset, bool* ok = nullptr) {
+  Bytes bytes(count, 0xEE);
+  size_t done = 0;
+  const bool result = System().ReadAt(file, bytes.data(), count, offset, &done);
+  if (ok != nullptr) *ok = result;
+  bytes.resize(done);
+  return bytes;
+}
+
+TEST(SystemFiles, PositionalWritesLandWhereTheySayAndReadsStopAtTheEnd) {
+  TempDir dir;
+  const std::string path = dir.File("positional.dat");
+  OpenFile file(path, true, Disposition::kOpenAlways);
+  ASSERT_TRUE(file.valid());
+  size_t done = 0;
+  // Written back to front: nothing may follow an implicit file pointer.
+  ASSERT_TRUE(System().WriteAt(file.get(), "world", 5, 6, &done));
+  EXPECT_EQ(done, 5u);
+  ASSERT_TRUE(System().WriteAt(file.get(), "hello ", 6, 0, &done));
+  EXPECT_EQ(System().Size(file.get()), 11);
+
+  EXPECT_EQ(ReadAt(file.get(), 5, 6), Bytes({'w', 'o', 'r', 'l', 'd'}));
+  bool ok = false;
+  EXPECT_EQ(ReadAt(file.get(), 100, 8, &ok), Bytes({'r', 'l', 'd'}));
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(ReadAt(file.get(), 4, 11, &ok).empty());
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(ReadAt(file.get(), 4, int64_t{1} << 40, &ok).empty());
+  EXPECT_TRUE(ok);
+  EXPECT_TRUE(System().Flush(file.get()));
+}
+
+TEST(SystemFiles, SetSizeExtendsWithZerosAndCuts) {
+  TempDir dir;
+  const std::string path = dir.File("sized.dat");
+  WriteWholeFile(path, {1, 2, 3});
+  {
+    OpenFile file(path, true, Disposition::kOpenExisting);
+    ASSERT_TRUE(file.valid());
+    ASSERT_TRUE(System().SetSize(file.get(), 70000));
+    EXPECT_EQ(System().Size(file.get()), 70000);
+    const Bytes grown = ReadAt(file.get(), 70000, 0);
+    ASSERT_EQ(grown.size(), 70000u);
+    EXPECT_EQ(Bytes(grown.begin(), grown.begin() + 3), Bytes({1, 2, 3}));
+    EXPECT_EQ(Bytes(grown.begin() + 3, grown.end()), Bytes(69997, 0));
+    ASSERT_TRUE(System().SetSize(file.get(), 2));
+    EXPECT_FALSE(System().SetSize(file.get(), -1));
+  }
+  EXPECT_EQ(ReadWholeFile(path), Bytes({1, 2}));
+}
+
+// Growing the file while other threads write at their own offsets must
+// neither move their bytes nor end the file anywhere but where it was set.
+TEST(SystemFiles, ResizingWhileOthersWriteKeepsTheirBytesAndTheSize) {
+  TempDir dir;
+  const std::string path = dir.File("busy.dat");
+  OpenFile file(path, true, Disposition::kOpenAlways);
+  ASSERT_TRUE(file.valid());
+  constexpr int kWriters = 3;
+  constexpr int kPieces = 64;
+  constexpr size_t kPiece = 4096;
+  constexpr int64_t kFinalSize = int64_t{kWriters} * kPieces * kPiece * 4;
+  std::atomic<bool> failed{false};
+  std::vector<std::thread> threads;
+  for (int w = 0; w < kWriters; ++w) {
+    threads.emplace_back([&, w] {
+      const Bytes piece = Pattern(kPiece, static_cast<uint32_t>(w));
+      for (int p = 0; p < kPieces; ++p) {
+        size_t done = 0;
+        const int64_t at = (int64_t{p} * kWriters + w) * static_cast<int64_t>(kPiece);
+        if (!System().WriteAt(file.get(), piece.data(), kPiece, at, &done) || done != kPiece) failed = true;
+      }
+    });
+  }
+  // Every size set lies beyond the writers' bytes, so none of them is cut.
+  threads.emplace_back([&] {
+    for (int64_t size = kFinalSize / 4 + 1; size < kFinalSize; size += kFinalSize / 64) {
+      if (!System().SetSize(file.get(), size)) failed = true;
+    }
+    if (!System().SetSize(file.get(), kFinalSize)) failed = true;
+  });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_FALSE(failed);
+  EXPECT_EQ(System().Size(file.get()), kFinalSize);
+  for (int p = 0; p < kPieces; ++p) {
+    for (int w = 0; w < kWriters; ++w) {
+      const int64_t at = (int64_t{p} * kWriters + w) * static_cast<int64_t>(kPiece);
+      ASSERT_EQ(ReadAt(file.get(), kPiece, at), Pattern(kPiece, static_cast<uint32_t>(w))) << "piece at " << at;
+    }
+  }
+}
+
+TEST(SystemFiles, DispositionsAndSharing) {
+  TempDir dir;
+  const std::string path = dir.File("opened.dat");
+  EXPECT_FALSE(OpenFile(path, true, Disposition::kOpenExisting).valid());
+  EXPECT_FALSE(System().Exists(path.c_str()));
+  {
+    OpenFile created(path, true, Disposition::kOpenAlways);
+    ASSERT_TRUE(created.valid());
+    size_t done = 0;
+    ASSERT_TRUE(System().WriteAt(created.get(), "abcdef", 6, 0, &done));
+    // A second handle on the same file sees the bytes at once, and a
+    // read-only handle refuses to write.
+    OpenFile reader(path, false, Disposition::kOpenExisting);
+    ASSERT_TRUE(reader.valid());
+    EXPECT_EQ(ReadAt(reader.get(), 3, 3), Bytes({'d', 'e', 'f'}));
+    EXPECT_FALSE(System().WriteAt(reader.get(), "x", 1, 0, &done));
+  }
+  EXPECT_TRUE(System().Exists(path.c_str()));
+  {
+    OpenFile truncated(path, true, Disposition::kTruncateExisting);
+    ASSERT_TRUE(truncated.valid());
+    EXPECT_EQ(System().Size(truncated.get()), 0);
+  }
+  EXPECT_FALSE(OpenFile(dir.path(), false, Disposition::kOpenExisting).valid());
+  EXPECT_FALSE(OpenFile(dir.File("missing/below.dat"), true, Disposition::kOpenAlways).valid());
+}
+
+TEST(SystemFiles, CopyRenameAndDeleteReplaceWhatIsThere) {
+  TempDir dir;
+  const std::string a = dir.File("a.dat");
+  const std::string b = dir.File("b.dat");
+  const std::string c = dir.File("c.dat");
+  WriteWholeFile(a, {1, 1});
+  WriteWholeFile(b, {2, 2, 2});
+  ASSERT_TRUE(System().Copy(a.c_str(), b.c_str()));
+  EXPECT_EQ(ReadWholeFile(b), Bytes({1, 1}));
+  EXPECT_FALSE(System().Copy(c.c_str(), b.c_str()));
+
+  WriteWholeFile(c, {3});
+  ASSERT_TRUE(System().Rename(c.c_str(), a.c_str()));
+  EXPECT_EQ(ReadWholeFile(a), Bytes({3}));
+  EXPECT_FALSE(System().Exists(c.c_str()));
+  EXPECT_FALSE(System().Rename(c.c_str(), a.c_str()));
+
+  // A file another handle holds open may still be deleted.
+  {
+    OpenFile held(b, false, Disposition::kOpenExisting);
+    ASSERT_TRUE(held.valid());
+    EXPECT_TRUE(System().Delete(b.c_str()));
+  }
+  EXPECT_FALSE(System().Exists(b.c_str()));
+  EXPECT_FALSE(System().Delete(b.c_str()));
+}
+
+}  // namespace

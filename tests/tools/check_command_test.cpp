@@ -1,0 +1,138 @@
+// check run on files damaged on purpose finds each kind of damage at its
+// offset, in text and in JSON, with the exit status scripts rely on; and no
+// command crashes on a damaged container.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "check/container_image.h"
+#include "support/temp_dir.h"
+#include "tools/tool_runner.h"
+
+namespace {
+
+using ao::test::Chain;
+using ao::test::ContainerImage;
+using ao::test::Pattern;
+using ao::test::RunTool;
+using ao::test::TempDir;
+using ao::test::ToolRun;
+
+// Root slot 6: "data", 30 bytes in three blocks; root slot 7: the folder
+// "dir" with one child "kid".
+struct Sample {
+  Sample() : image(true) {
+    data = image.AppendChain(Pattern(30, 1), {10, 10, 10});
+    image.PutRecord(image.RootSlot(6), ContainerImage::Record("data", 0, 30, data));
+    kid = image.AppendChain(Pattern(5, 2), {5});
+    const auto folderData = image.FolderData({ContainerImage::Record("kid", 0, 5, kid)});
+    folder = image.AppendChain(folderData, {folderData.size()});
+    image.PutRecord(image.RootSlot(7), ContainerImage::Record("dir", kAoFlagFolder,
+                                                              static_cast<int64_t>(folderData.size()), folder));
+  }
+  ContainerImage image;
+  Chain data, kid, folder;
+};
+
+class CheckCommand : public ::testing::Test {
+ protected:
+  ToolRun Check(const ContainerImage& image, bool json = false) {
+    image.Save(file);
+    return json ? RunTool(dir, {"check", file, "--json"}) : RunTool(dir, {"check", file});
+  }
+  TempDir dir;
+  const std::string file = dir.File("damaged.aostore");
+  Sample sample;
+};
+
+TEST_F(CheckCommand, CleanFileExitsZeroWithASummary) {
+  const ToolRun run = Check(sample.image);
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(run.out, file + ": clean (1 root tables, 1 folders, 2 streams, 5 blocks, 6.1 KiB)\n");
+}
+
+TEST_F(CheckCommand, EachKindOfDamageIsListedAtItsOffset) {
+  const Sample& s = sample;
+  struct Damage {
+    const char* kind;
+    int64_t offset;
+    std::function<void(ContainerImage&)> apply;
+  };
+  const std::vector<Damage> damages = {
+      {"header", 0, [](ContainerImage& i) { i.bytes[0] = 'x'; }},
+      {"table", 36, [](ContainerImage& i) { i.bytes[36] = 65; }},
+      {"record", s.image.RootSlot(6), [&](ContainerImage& i) { i.bytes[i.RootSlot(6)] = 0; }},
+      {"block", s.data.blocks[1], [&](ContainerImage& i) { i.bytes[s.data.blocks[1]] = 0; }},
+      {"link", s.data.blocks[2], [&](ContainerImage& i) { i.SetPrev(s.data.blocks[2], s.kid.first); }},
+      {"cycle", s.data.blocks[2], [&](ContainerImage& i) { i.SetNext(s.data.blocks[2], s.data.first); }},
+      {"past-end", s.data.blocks[2], [&](ContainerImage& i) { i.SetNext(s.data.blocks[2], 1 << 30); }},
+      {"shared", s.kid.first,
+       [&](ContainerImage& i) { i.PutRecord(i.RootSlot(9), ContainerImage::Record("thief", 0, 5, s.kid)); }},
+      {"overlap", s.data.blocks[1], [&](ContainerImage& i) { i.SetBlockEnd(s.data.blocks[0], 60); }},
+      {"length", s.image.RootSlot(6), [&](ContainerImage& i) { i.PutWide(i.RootSlot(6) + 68, 99); }},
+      {"folder", s.folder.first + 40, [&](ContainerImage& i) { i.bytes[s.folder.first + 40] = 9; }},
+  };
+  for (const Damage& damage : damages) {
+    ContainerImage image = sample.image;
+    damage.apply(image);
+    const ToolRun run = Check(image);
+    EXPECT_EQ(run.status, 1) << damage.kind << "\n" << run.out << run.err;
+    const std::string line = "offset " + std::to_string(damage.offset) + ": " + damage.kind + ": ";
+    EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
+    EXPECT_NE(run.out.find(file + ": "), std::string::npos);  // the summary line
+  }
+}
+
+TEST_F(CheckCommand, JsonNamesStatusProblemsAndFacts) {
+  ContainerImage image = sample.image;
+  image.SetPrev(sample.data.blocks[1], 7);
+  const ToolRun run = Check(image, true);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("\"status\": \"damaged\""), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\"problemCount\": 1"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("{\"offset\": " + std::to_string(sample.data.blocks[1]) + ", \"kind\": \"link\""),
+            std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("\"streams\": 2"), std::string::npos) << run.out;
+  EXPECT_NE(Check(sample.image, true).out.find("\"status\": \"clean\""), std::string::npos);
+}
+
+TEST_F(CheckCommand, AFileThatCannotBeReadExitsTwo) {
+  ToolRun run = RunTool(dir, {"check", dir.File("absent")});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("absent: no such file"), std::string::npos) << run.err;
+  run = RunTool(dir, {"check", dir.path(), "--json"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.out.find("\"status\": \"unreadable\""), std::string::npos) << run.out;
+}
+
+// Random damage: every command ends with one of its own statuses, never by
+// a signal or a sanitizer.
+TEST_F(CheckCommand, NoCommandCrashesOnRandomDamage) {
+  std::mt19937 random(7);
+  const std::vector<int> statuses = {0, 1, 2, 3, 4, 5, 7};
+  for (int round = 0; round < 15; ++round) {
+    ContainerImage image = sample.image;
+    for (int flip = 0; flip < 4; ++flip) {
+      const size_t at = static_cast<size_t>(sample.data.first) +
+                        random() % (image.bytes.size() - static_cast<size_t>(sample.data.first));
+      image.bytes[random() % 4 == 0 ? static_cast<size_t>(image.RootSlot(6 + static_cast<int>(random() % 2))) +
+                                          random() % 92
+                                    : at] = static_cast<unsigned char>(random());
+    }
+    image.Save(file);
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"ls", file, "-lR"}, {"cat", file, "data"}, {"cat", file, "dir/kid"}, {"info", file},
+             {"export", file, dir.File("out")}, {"entries", file, "dir"}}) {
+      const ToolRun run = RunTool(dir, args);
+      EXPECT_NE(std::find(statuses.begin(), statuses.end(), run.status), statuses.end())
+          << args[0] << " round " << round << " ended with " << run.status << "\n" << run.err;
+    }
+  }
+}
+
+}  // namespace
