@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "aostore/aostore.h"
+#include "genfile/key_record.h"
+#include "settings/settings_record.h"
 
 namespace fs = std::filesystem;
 
@@ -74,6 +76,7 @@ int main(int argc, char** argv) {
   const fs::path root = argv[1];
   fs::create_directories(root / "container");
   fs::create_directories(root / "replay");
+  fs::create_directories(root / "records");
   const int saved = aoStorage::g_bUse64BitOffsets;
   for (int wide = 0; wide < 2; ++wide) {
     aoStorage::g_bUse64BitOffsets = wide;
@@ -117,5 +120,15 @@ int main(int argc, char** argv) {
     storage->Release();
   }
   fs::remove(scratch);
+  // Record readers: a clear settings record, a clear user record, a key record.
+  for (const ao::settings::RecordDescriptor* kind : {&ao::settings::kSettingsRecord, &ao::settings::kUserRecord}) {
+    std::vector<unsigned char> record(32 + kind->dataSize, 0);
+    ao::settings::EncodeOuterHeader(ao::settings::MakeOuterHeader(*kind, false), record.data());
+    ao::settings::EncodeInnerHeader(ao::settings::MakeInnerHeader(*kind), record.data() + 16);
+    Spill((root / "records" / (std::string(kind->streamName) + ".rec")).string(), record.data(), record.size());
+  }
+  StreamKeyBuf key{};
+  const auto keyRecord = ao::genfile::EncodeKeyRecord(key);
+  Spill((root / "records" / "key.rec").string(), keyRecord.data(), keyRecord.size());
   return 0;
 }
