@@ -47,4 +47,15 @@ int64_t MoveFilePosition(int64_t& position, FileHandle file, int64_t distance, u
   return target;
 }
 
+int ReadAtPosition(FileHandle file, void* buffer, int64_t count, int64_t* done, int64_t& position) {
+  if (count < 1) {
+    if (done != nullptr) *done = 0;
+    return 1;
+  }
+  if (!platform::ReadFully(file, buffer, count, position)) return 0;
+  position += count;
+  if (done != nullptr) *done = count;
+  return 1;
+}
+
 }  // namespace ao

@@ -17,6 +17,10 @@ int64_t MoveImagePosition(int64_t& position, int64_t size, int64_t distance, uin
 // In the host file: 0 when the seek fails, else the new position.
 int64_t MoveFilePosition(int64_t& position, FileHandle file, int64_t distance, uint32_t method);
 
+// Reads count bytes of the host file at position and advances it: 1 when
+// all arrived (done gets count), 0 otherwise. A count below 1 succeeds at once.
+int ReadAtPosition(FileHandle file, void* buffer, int64_t count, int64_t* done, int64_t& position);
+
 }  // namespace ao
 
 #endif  // AOSTORE_STORAGE_POSITIONING_H

@@ -35,14 +35,7 @@ int aoStorage::ReadFile(ao::FileHandle file, void* buffer, int64_t count, int64_
     if (done != nullptr) *done = count;
     return 1;
   }
-  if (count < 1) {
-    if (done != nullptr) *done = 0;
-    return 1;
-  }
-  if (!platform::ReadFully(file, buffer, count, m_filePos)) return 0;
-  m_filePos += count;
-  if (done != nullptr) *done = count;
-  return 1;
+  return ao::ReadAtPosition(file, buffer, count, done, m_filePos);
 }
 
 int64_t aoStorage::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t method) {

@@ -46,14 +46,7 @@ int aoStream::ReadFile(ao::FileHandle file, void* buffer, int64_t count, int64_t
     return 1;
   }
   (void)overlapped;
-  if (count < 1) {
-    if (done != nullptr) *done = 0;
-    return 1;
-  }
-  if (!platform::ReadFully(file, buffer, count, m_filePos)) return 0;
-  m_filePos += count;
-  if (done != nullptr) *done = count;
-  return 1;
+  return ao::ReadAtPosition(file, buffer, count, done, m_filePos);
 }
 
 int64_t aoStream::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t method) {

@@ -4,7 +4,7 @@
 #ifndef AOSTORE_TESTS_SETTINGS_SETTINGS_FILES_H
 #define AOSTORE_TESTS_SETTINGS_SETTINGS_FILES_H
 
-#include <openssl/evp.h>
+#include "platform/crypto.h"
 
 #include <cstdint>
 #include <string>
@@ -50,10 +50,15 @@ inline std::vector<unsigned char> FileRc4Key(const std::string& path) {
   if (record.size() != 272) return {};
   std::vector<unsigned char> material(record.begin() + 16, record.end());
   for (unsigned char& byte : material) byte ^= 0x5C;
-  std::vector<unsigned char> digest(16);
-  unsigned int length = 0;
-  EVP_Digest(material.data(), material.size(), digest.data(), &length, EVP_md5(), nullptr);
-  return digest;
+  namespace crypto = ao::platform;
+  const crypto::CryptoHandle provider = crypto::AcquireCryptoProvider("SettingsTest");
+  const crypto::CryptoHandle hash = crypto::CreateMd5Hash(provider);
+  unsigned char digest[crypto::kMd5DigestSize] = {};
+  crypto::HashData(hash, material.data(), material.size());
+  crypto::GetHashValue(hash, digest);
+  crypto::DestroyHash(hash);
+  crypto::ReleaseCryptoProvider(provider);
+  return {digest, digest + sizeof digest};
 }
 
 // RC4 from the start of the key stream; enciphers and deciphers alike.

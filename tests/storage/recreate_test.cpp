@@ -96,7 +96,6 @@ TEST_F(Recreate, AnOpenContainerIsRebuiltAndReopenedForWriting) {
   const TreeListing before = ListTree(storage_);
   aoStorage* rebuilt = aoStorage::Recreate(storage_, path_.c_str());
   ASSERT_NE(rebuilt, nullptr);
-  ASSERT_NE(rebuilt, storage_);
   storage_ = rebuilt;
   EXPECT_FALSE(FileExists(path_ + "_tmp"));
   EXPECT_EQ(ListTree(storage_), before);
