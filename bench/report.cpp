@@ -84,7 +84,7 @@ void PrintTargets(std::FILE* out, const Results& results) {
   std::fprintf(out, "\ntargets\n");
   for (const auto& target : targets) {
     const char* verdict = !target.value ? "n/a   " : target.Met() ? "met   " : "MISSED";
-    std::fprintf(out, "  %s %-56s %s\n", verdict, target.name.c_str(), Number(target.value, 2).c_str());
+    std::fprintf(out, "  %s %-62s %s\n", verdict, target.name.c_str(), Number(target.value, 2).c_str());
   }
 }
 
