@@ -29,6 +29,15 @@ struct ChildWrite {
   int32_t length2 = 0;
 };
 
+ChildWrite PlainWrite(const unsigned char* data, int32_t length, int append, int flag) {
+  ChildWrite write;
+  write.data = data;
+  write.length = length;
+  write.append = append != 0;
+  write.setEnd = flag != 0;
+  return write;
+}
+
 // Opens or creates name in parent and writes to it. Without append an
 // existing child is written over from its start and keeps any longer tail.
 // Whether the last write was complete.
@@ -117,22 +126,14 @@ uint32_t CVastrelFile::WriteGenericChildOpenedStream(unsigned char* data, int32_
 int CVastrelFile::WriteGenericChildStream(const char* name, unsigned char* data, int32_t length, int append,
                                           int flag) {
   if (m_pGenericStream == nullptr) return 0;
-  ChildWrite write;
-  write.data = data;
-  write.length = length;
-  write.append = append != 0;
-  write.setEnd = flag != 0;
+  ChildWrite write = PlainWrite(data, length, append, flag);
   return WriteNamedChild(m_pGenericStream, name, write);
 }
 
 int CVastrelFile::WriteGenericChildStream(aoStream* parent, const char* name, unsigned char* data, int32_t length,
                                           int append, int flag, unsigned char* data2, int32_t length2) {
   if (m_pGenericStream == nullptr) return 0;
-  ChildWrite write;
-  write.data = data;
-  write.length = length;
-  write.append = append != 0;
-  write.setEnd = flag != 0;
+  ChildWrite write = PlainWrite(data, length, append, flag);
   write.data2 = data2;
   write.length2 = length2;
   return WriteNamedChild(parent, name, write);
@@ -141,11 +142,7 @@ int CVastrelFile::WriteGenericChildStream(aoStream* parent, const char* name, un
 int CVastrelFile::WriteGenericChildStream_PreallocateSpace(const char* name, unsigned char* data, int32_t length,
                                                            int preallocate, int64_t size, int append, int flag) {
   if (m_pGenericStream == nullptr) return 0;
-  ChildWrite write;
-  write.data = data;
-  write.length = length;
-  write.append = append != 0;
-  write.setEnd = flag != 0;
+  ChildWrite write = PlainWrite(data, length, append, flag);
   write.preallocate = preallocate != 0 ? size : 0;
   return WriteNamedChild(m_pGenericStream, name, write);
 }

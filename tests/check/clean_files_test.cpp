@@ -18,14 +18,7 @@ using ao::CheckReport;
 using ao::test::Chain;
 using ao::test::ContainerImage;
 using ao::test::Pattern;
-
-std::string Problems(const CheckReport& report) {
-  std::string text;
-  for (const auto& problem : report.problems)
-    text += std::to_string(problem.offset) + " " + ao::CheckProblemKindName(problem.kind) + ": " + problem.message +
-            "\n";
-  return text;
-}
+using ao::test::Problems;
 
 class OffsetWidth {
  public:

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "aostore/check.h"
 #include "storage/format.h"
 #include "support/temp_dir.h"
 
@@ -121,6 +122,14 @@ class ContainerImage {
  private:
   bool b64_;
 };
+
+// Every problem of a report, one per line, for failure messages.
+inline std::string Problems(const CheckReport& report) {
+  std::string text;
+  for (const auto& problem : report.problems)
+    text += std::to_string(problem.offset) + " " + CheckProblemKindName(problem.kind) + ": " + problem.message + "\n";
+  return text;
+}
 
 }  // namespace ao::test
 
