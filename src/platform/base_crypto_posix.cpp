@@ -16,6 +16,7 @@
 #include "platform/crypto.h"
 #include "platform/crypto_context.h"
 #include "platform/memory.h"
+#include "platform/secret_block.h"
 
 namespace ao::platform {
 namespace {
@@ -40,30 +41,6 @@ struct KdfCtxFree {
 using CipherCtx = std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree>;
 using Cipher = std::unique_ptr<EVP_CIPHER, CipherFree>;
 
-// A zeroed block that is wiped and freed unless the caller takes it.
-class OwnedBlock {
- public:
-  explicit OwnedBlock(size_t size) : block_(static_cast<unsigned char*>(AllocZeroed(size))), size_(size) {}
-  ~OwnedBlock() {
-    if (block_ != nullptr) {
-      OPENSSL_cleanse(block_, size_);
-      FreeBlock(block_);
-    }
-  }
-  OwnedBlock(const OwnedBlock&) = delete;
-  OwnedBlock& operator=(const OwnedBlock&) = delete;
-  unsigned char* get() const { return block_; }
-  unsigned char* release() {
-    unsigned char* block = block_;
-    block_ = nullptr;
-    return block;
-  }
-
- private:
-  unsigned char* block_;
-  size_t size_;
-};
-
 Cipher FetchAesGcm() {
   OSSL_LIB_CTX* context = CryptoLibContext();
   if (context == nullptr) return nullptr;
@@ -85,16 +62,6 @@ void FreeSecretBlock(void* block) {
   if (block == nullptr) return;
   OPENSSL_cleanse(block, BlockSize(block));
   FreeBlock(block);
-}
-
-bool MakeQoUUID(QoUUID* uuid) {
-  if (uuid == nullptr) return false;
-  QoUUID bytes{};
-  if (!RandomBytes(bytes.data(), bytes.size())) return false;
-  bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
-  bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
-  *uuid = bytes;
-  return true;
 }
 
 unsigned char* GenerateSystemDependentPassword(const unsigned char* identifier, uint32_t length) {

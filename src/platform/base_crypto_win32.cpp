@@ -14,6 +14,7 @@
 #include "platform/base.h"
 #include "platform/crypto.h"
 #include "platform/memory.h"
+#include "platform/secret_block.h"
 
 namespace ao::platform {
 namespace {
@@ -61,30 +62,6 @@ class SymmetricKey {
 
  private:
   BCRYPT_KEY_HANDLE handle_ = nullptr;
-};
-
-// A zeroed block that is wiped and freed unless the caller takes it.
-class OwnedBlock {
- public:
-  explicit OwnedBlock(size_t size) : block_(static_cast<unsigned char*>(AllocZeroed(size))), size_(size) {}
-  ~OwnedBlock() {
-    if (block_ != nullptr) {
-      ::SecureZeroMemory(block_, size_);
-      FreeBlock(block_);
-    }
-  }
-  OwnedBlock(const OwnedBlock&) = delete;
-  OwnedBlock& operator=(const OwnedBlock&) = delete;
-  unsigned char* get() const { return block_; }
-  unsigned char* release() {
-    unsigned char* block = block_;
-    block_ = nullptr;
-    return block;
-  }
-
- private:
-  unsigned char* block_;
-  size_t size_;
 };
 
 struct Piece {
@@ -148,16 +125,6 @@ void FreeSecretBlock(void* block) {
   if (block == nullptr) return;
   ::SecureZeroMemory(block, BlockSize(block));
   FreeBlock(block);
-}
-
-bool MakeQoUUID(QoUUID* uuid) {
-  if (uuid == nullptr) return false;
-  QoUUID bytes{};
-  if (!RandomBytes(bytes.data(), bytes.size())) return false;
-  bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
-  bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
-  *uuid = bytes;
-  return true;
 }
 
 unsigned char* GenerateSystemDependentPassword(const unsigned char* identifier, uint32_t length) {

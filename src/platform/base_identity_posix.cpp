@@ -4,12 +4,9 @@
 
 #include <cstring>
 #include <fstream>
-#include <mutex>
-#include <optional>
 #include <string>
 
-#include "platform/base.h"
-#include "platform/memory.h"
+#include "platform/host_identity.h"
 
 namespace ao::platform {
 namespace {
@@ -17,9 +14,6 @@ namespace {
 // The id files hold 32 hex digits and a newline; anything much longer is not
 // an id file, so reading stops well before an unbounded allocation.
 constexpr size_t kMaxIdentifierFile = 4096;
-
-std::mutex g_overrideLock;
-std::optional<std::string> g_override;
 
 std::string Trim(const std::string& text) {
   const char* blanks = " \t\r\n";
@@ -38,36 +32,12 @@ std::string ReadIdentifierFile(const char* path) {
   return Trim(text);
 }
 
-std::string SystemIdentifier() {
-  {
-    std::lock_guard<std::mutex> hold(g_overrideLock);
-    if (g_override) return *g_override;
-  }
+}  // namespace
+
+std::string HostMachineIdentifier() {
   std::string id = ReadIdentifierFile("/etc/machine-id");
   if (id.empty()) id = ReadIdentifierFile("/var/lib/dbus/machine-id");
   return id;
-}
-
-}  // namespace
-
-unsigned char* GetSystemIdentifier(uint32_t* length) {
-  if (length == nullptr) return nullptr;
-  const std::string id = SystemIdentifier();
-  if (id.empty()) return nullptr;
-  auto* block = static_cast<unsigned char*>(AllocZeroed(id.size()));
-  if (block == nullptr) return nullptr;
-  std::memcpy(block, id.data(), id.size());
-  *length = static_cast<uint32_t>(id.size());
-  return block;
-}
-
-void SetSystemIdentifierForTesting(const char* identifier) {
-  std::lock_guard<std::mutex> hold(g_overrideLock);
-  if (identifier == nullptr) {
-    g_override.reset();
-  } else {
-    g_override = identifier;
-  }
 }
 
 }  // namespace ao::platform

@@ -5,12 +5,9 @@
 #include <windows.h>
 
 #include <cstring>
-#include <mutex>
-#include <optional>
 #include <string>
 
-#include "platform/base.h"
-#include "platform/memory.h"
+#include "platform/host_identity.h"
 
 namespace ao::platform {
 namespace {
@@ -18,9 +15,6 @@ namespace {
 // A GUID in text is 36 characters; anything much longer is not one, so the
 // value is never read into an unbounded buffer.
 constexpr DWORD kMaxIdentifier = 256;
-
-std::mutex g_overrideLock;
-std::optional<std::string> g_override;
 
 std::string MachineGuid() {
   HKEY key = nullptr;
@@ -40,35 +34,9 @@ std::string MachineGuid() {
   return std::string(text, ::strnlen(text, size));
 }
 
-std::string SystemIdentifier() {
-  {
-    std::lock_guard<std::mutex> hold(g_overrideLock);
-    if (g_override) return *g_override;
-  }
-  return MachineGuid();
-}
-
 }  // namespace
 
-unsigned char* GetSystemIdentifier(uint32_t* length) {
-  if (length == nullptr) return nullptr;
-  const std::string id = SystemIdentifier();
-  if (id.empty()) return nullptr;
-  auto* block = static_cast<unsigned char*>(AllocZeroed(id.size()));
-  if (block == nullptr) return nullptr;
-  std::memcpy(block, id.data(), id.size());
-  *length = static_cast<uint32_t>(id.size());
-  return block;
-}
-
-void SetSystemIdentifierForTesting(const char* identifier) {
-  std::lock_guard<std::mutex> hold(g_overrideLock);
-  if (identifier == nullptr) {
-    g_override.reset();
-  } else {
-    g_override = identifier;
-  }
-}
+std::string HostMachineIdentifier() { return MachineGuid(); }
 
 }  // namespace ao::platform
 
