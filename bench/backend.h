@@ -77,7 +77,8 @@ class Backend {
 std::unique_ptr<Backend> MakeAostoreBackend(std::uint32_t minBlockCapacity);
 std::unique_ptr<Backend> MakeSqliteBackend();
 std::unique_ptr<Backend> MakeFsdirBackend();
-std::unique_ptr<Backend> MakeRawfileBackend();
+// start: the file offset of the first byte written (0: page-aligned).
+std::unique_ptr<Backend> MakeRawfileBackend(std::uint64_t start);
 
 }  // namespace bench
 

@@ -39,7 +39,8 @@ struct Entry {
 // What all containers open on one path share: the end of the file and the
 // place of every stream ("folder/name" keys).
 struct FileState {
-  std::atomic<std::uint64_t> end{0};
+  explicit FileState(std::uint64_t start) : end(start) {}
+  std::atomic<std::uint64_t> end;
   std::mutex lock;
   std::unordered_map<std::string, Entry> entries;
 
@@ -184,13 +185,17 @@ class RawContainer : public Container {
 
 class RawfileBackend : public Backend {
  public:
-  std::string Name() const override { return "rawfile"; }
+  explicit RawfileBackend(std::uint64_t start) : start_(start) {}
+  std::string Name() const override { return start_ == 0 ? "rawfile" : "rawfile" + std::to_string(start_); }
   std::string Describe() const override {
+    if (start_ != 0)
+      return "rawfile with the bytes starting " + std::to_string(start_) +
+             " bytes past a page boundary, as a block's data does behind its header";
     return "pwrite/pread at consecutive offsets of one file; stream places kept in memory only";
   }
 
   std::unique_ptr<Container> Create(const std::string& path) override {
-    auto state = std::make_shared<FileState>();
+    auto state = std::make_shared<FileState>(start_);
     {
       std::lock_guard guard(lock_);
       states_[path] = state;
@@ -218,12 +223,13 @@ class RawfileBackend : public Backend {
   }
 
  private:
+  std::uint64_t start_;
   std::mutex lock_;
   std::map<std::string, std::shared_ptr<FileState>> states_;
 };
 
 }  // namespace
 
-std::unique_ptr<Backend> MakeRawfileBackend() { return std::make_unique<RawfileBackend>(); }
+std::unique_ptr<Backend> MakeRawfileBackend(std::uint64_t start) { return std::make_unique<RawfileBackend>(start); }
 
 }  // namespace bench

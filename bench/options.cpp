@@ -16,7 +16,7 @@ const char* const kUsage =
     "  --json           print JSON instead of the table\n"
     "  --dir PATH       where to make the containers (default: a new folder in $TMPDIR or /tmp)\n"
     "  --only IDS       comma-separated workloads: W1 W2 W3 W4 W5 W6 W1x10 W4x10 PF PFx10\n"
-    "  --backends LIST  comma-separated: aostore,sqlite,fsdir,rawfile\n"
+    "  --backends LIST  comma-separated: aostore,sqlite,fsdir,rawfile,rawfile40\n"
     "  --min-block N    aostore's minimum block capacity in bytes (default 0)\n";
 
 std::vector<std::string> SplitList(const std::string& text) {

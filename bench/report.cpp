@@ -28,7 +28,7 @@ void PrintHeader(std::FILE* out, const RunInfo& info) {
   std::fprintf(out, "machine: %s; data in %s (%s), warm page cache, no backend syncs to the device\n",
                info.machine.c_str(), info.dir.c_str(), info.filesystem.c_str());
   std::fprintf(out, "\nbackends\n");
-  for (const auto& [name, description] : info.backends) std::fprintf(out, "  %-8s %s\n", name.c_str(), description.c_str());
+  for (const auto& [name, description] : info.backends) std::fprintf(out, "  %-9s %s\n", name.c_str(), description.c_str());
   std::fprintf(out, "\nworkloads (every byte read is checked; ratios are aostore's speed / the peer's, per run, median)\n");
   for (const auto& workload : info.workloads)
     std::fprintf(out, "  %-6s %s\n", workload.id.c_str(), workload.title.c_str());
@@ -39,14 +39,14 @@ void PrintThroughput(std::FILE* out, const RunInfo& info, const Results& results
   std::fprintf(out, "\n%-16s %-6s", "throughput", "unit");
   for (const auto& backend : info.backends) std::fprintf(out, " %9s", backend.first.c_str());
   std::fprintf(out, "  |");
-  for (const auto& peer : peers) std::fprintf(out, " %10s", ("ao/" + peer).c_str());
+  for (const auto& peer : peers) std::fprintf(out, " %12s", ("ao/" + peer).c_str());
   std::fprintf(out, "\n");
   for (const auto& key : results.Phases()) {
     std::fprintf(out, "%-16s %-6s", (key.workload + " " + key.phase).c_str(), UnitName(UnitOf(key.workload)));
     for (const auto& backend : info.backends)
       std::fprintf(out, " %9s", Number(results.MedianThroughput(key, backend.first)).c_str());
     std::fprintf(out, "  |");
-    for (const auto& peer : peers) std::fprintf(out, " %10s", Number(results.RatioToPeer(key, peer), 2).c_str());
+    for (const auto& peer : peers) std::fprintf(out, " %12s", Number(results.RatioToPeer(key, peer), 2).c_str());
     std::fprintf(out, "\n");
   }
 }

@@ -16,6 +16,7 @@ class aoStorage;
 namespace ao {
 struct StreamInternals;
 struct FolderLayout;
+class PageRewrites;
 class FolderScanner;
 class ChildIndex;
 }
@@ -175,6 +176,8 @@ class AOSTORE_API aoStream {
   bool LoadBlockHeader(int64_t block, bool* ioError = nullptr);
   bool WriteBlockHeader();
   void MoveToBlock(int64_t block);
+  // Makes a block this object has just allocated current, header loaded.
+  void EnterNewBlock(int64_t block, int64_t previous, int64_t capacity);
   // Writes count bytes of a header record at fieldOffset within it, across a
   // block boundary of the folder when the record straddles one.
   bool WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count);
@@ -183,6 +186,8 @@ class AOSTORE_API aoStream {
   // (another object on the same file may have changed them).
   bool RefreshOwnRecord();
   bool WriteLengthAndLastBlock();
+  // The capacity rule for a block requested with size bytes.
+  int64_t BlockCapacity(int64_t size, bool first) const;
   int64_t AllocateBlock(int64_t previous, int64_t size, bool first);
   // Write, also telling where its first bytes landed (and how they split
   // over a block boundary within the first `span` bytes).
@@ -214,6 +219,8 @@ class AOSTORE_API aoStream {
 
   // Where this folder's data blocks lie, kept between scans of its records.
   std::shared_ptr<ao::FolderLayout> m_layout;
+  // Pages this stream keeps rewriting, made on first use.
+  std::unique_ptr<ao::PageRewrites> m_rewrites;
 
  protected:
   ao::FileHandle m_file = ao::kInvalidFile;

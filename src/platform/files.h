@@ -10,6 +10,14 @@
 
 namespace ao::platform {
 
+// A shared, writable view of part of a file: a store into it changes the
+// file exactly as a write of the same bytes would, with no system call.
+struct FileView {
+  unsigned char* base = nullptr;  // null: nothing is mapped
+  size_t length = 0;
+  int64_t offset = 0;  // the file offset of base
+};
+
 enum class Disposition {
   kTruncateExisting,  // open an existing file and cut it to 0 bytes
   kOpenAlways,        // open, creating the file when missing
@@ -38,6 +46,14 @@ class FileApi {
   virtual bool Exists(const char* path) = 0;
   // Replaces to by from in one step.
   virtual bool Rename(const char* from, const char* to) = 0;
+  // A view covering [offset, offset + count), which must lie inside the file.
+  // A backend that does not map (or has mapped enough) gives an empty view and
+  // the caller writes instead.
+  virtual FileView MapForWriting(FileHandle file, int64_t offset, size_t count) {
+    (void)file, (void)offset, (void)count;
+    return {};
+  }
+  virtual void Unmap(const FileView& view) { (void)view; }
 };
 
 // The backend in use: the operating system's unless a test installed another.

@@ -3,9 +3,11 @@
 #if !defined(_WIN32)
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -14,6 +16,10 @@
 
 namespace ao::platform {
 namespace {
+
+// Each view is a kernel mapping; the process may hold only so many of them,
+// and the library must leave most to the application.
+constexpr int kMaxViews = 4096;
 
 class PosixFiles final : public FileApi {
  public:
@@ -99,6 +105,33 @@ class PosixFiles final : public FileApi {
   bool Exists(const char* path) override { return ::access(path, F_OK) == 0; }
 
   bool Rename(const char* from, const char* to) override { return std::rename(from, to) == 0; }
+
+  FileView MapForWriting(FileHandle file, int64_t offset, size_t count) override {
+    static const int64_t page = ::sysconf(_SC_PAGESIZE);
+    if (offset < 0 || count == 0 || page <= 0) return {};
+    if (views_.fetch_add(1, std::memory_order_relaxed) >= kMaxViews) {
+      views_.fetch_sub(1, std::memory_order_relaxed);
+      return {};
+    }
+    const int64_t start = offset - offset % page;
+    const auto length = static_cast<size_t>(offset + static_cast<int64_t>(count) - start);
+    void* base = ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int>(file),
+                        static_cast<off_t>(start));
+    if (base == MAP_FAILED) {
+      views_.fetch_sub(1, std::memory_order_relaxed);
+      return {};
+    }
+    return {static_cast<unsigned char*>(base), length, start};
+  }
+
+  void Unmap(const FileView& view) override {
+    if (view.base == nullptr) return;
+    ::munmap(view.base, view.length);
+    views_.fetch_sub(1, std::memory_order_relaxed);
+  }
+
+ private:
+  std::atomic<int> views_{0};
 };
 
 }  // namespace

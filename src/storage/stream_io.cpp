@@ -2,6 +2,7 @@
 // stream's chain of blocks.
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "aostore/storage.h"
 #include "aostore/stream.h"
@@ -9,6 +10,7 @@
 #include "storage/file_ref.h"
 #include "storage/cycle_guard.h"
 #include "storage/format.h"
+#include "storage/page_rewrites.h"
 #include "storage/positioning.h"
 
 namespace format = ao::format;
@@ -18,6 +20,9 @@ namespace {
 constexpr int64_t kMaxTransfer = 0x80000000LL;
 // With an in-memory image, one stream read moves at most this much.
 constexpr int64_t kMaxImageRead = 0x3F000000LL;
+// Writes up to this size are headers, records and counts: the ones that
+// repeat at the same place.
+constexpr int64_t kMaxRewrite = 92;
 }  // namespace
 
 aoStream::aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
@@ -73,6 +78,13 @@ bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioE
 
 bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   if (m_storage == nullptr || m_storage->m_inMemory || offset <= 0) return false;
+  if (count <= kMaxRewrite) {
+    if (m_rewrites == nullptr) m_rewrites = std::make_unique<ao::PageRewrites>();
+    if (m_rewrites->Store(m_file, offset, buffer, static_cast<size_t>(count))) {
+      m_filePos = offset + count;
+      return true;
+    }
+  }
   if (!platform::WriteFully(m_file, buffer, count, offset)) return false;
   m_filePos = offset + count;
   return true;
@@ -121,6 +133,17 @@ bool aoStream::WriteBlockHeader() {
 void aoStream::MoveToBlock(int64_t block) {
   m_curBlock = block;
   m_posInBlock = 0;
+}
+
+void aoStream::EnterNewBlock(int64_t block, int64_t previous, int64_t capacity) {
+  // Just written by this object: its header needs no reading back.
+  m_curBlock = block;
+  m_blockDataEnd = HeaderLength();
+  m_blockEnd = HeaderLength() + capacity;
+  m_blockPrev = previous;
+  m_blockNext = 0;
+  m_posInBlock = HeaderLength();
+  m_filePos = block + m_posInBlock;
 }
 
 bool aoStream::WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count) {
@@ -178,8 +201,7 @@ void aoStream::Unlock() {
 
 // ---- Block allocation.
 
-int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
-  if (m_storage == nullptr || m_storage->m_inMemory) return 0;
+int64_t aoStream::BlockCapacity(int64_t size, bool first) const {
   const int64_t minimum = m_storage->m_minBlockCapacity;
   const bool folder = (m_header.flags & kAoFlagFolder) != 0;
   int64_t capacity;
@@ -190,7 +212,12 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
   } else {
     capacity = (folder || minimum == 0) ? size : std::max(size, minimum);
   }
-  if (capacity < 0) capacity = 0;
+  return std::max<int64_t>(capacity, 0);
+}
+
+int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
+  if (m_storage == nullptr || m_storage->m_inMemory) return 0;
+  const int64_t capacity = BlockCapacity(size, first);
   const int header = HeaderLength();
 
   Lock();
@@ -237,7 +264,7 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
   if (m_curBlock == 0) {
     const int64_t block = AllocateFirstBlock(0);
     if (block == 0) return -1;
-    MoveToBlock(block);
+    EnterNewBlock(block, 0, BlockCapacity(0, true));
   }
   if (count < 1) return 0;
 
@@ -338,7 +365,11 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
     if (where != nullptr && where->splitAt != 0 && where->continuation == 0)
       where->continuation = m_blockNext + HeaderLength();
     previous = m_curBlock;
-    MoveToBlock(m_blockNext);
+    if (allocated != 0) {
+      EnterNewBlock(allocated, previous, BlockCapacity(remaining, false));
+    } else {
+      MoveToBlock(m_blockNext);
+    }
     if (locked) {
       Unlock();
       locked = false;
@@ -380,6 +411,15 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
 int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
   if (count < 0) return -1;
   if (fromStart) {
+    // Within the first block's data, whose header is already loaded, the
+    // walk would end where it starts: no need to read that header again.
+    if (m_curBlock == m_header.firstBlock && m_curBlock != 0 && m_posInBlock != 0 &&
+        count <= m_blockDataEnd - HeaderLength()) {
+      m_dataPos = count;
+      m_posInBlock = HeaderLength() + count;
+      m_filePos = m_curBlock + m_posInBlock;
+      return 0;
+    }
     m_curBlock = m_header.firstBlock;
     m_dataPos = 0;
     m_posInBlock = 0;

@@ -2,6 +2,7 @@
 #include "aostore/recorder.h"
 #include "aostore/storage.h"
 #include "aostore/stream.h"
+#include "storage/page_rewrites.h"
 
 aoStream::~aoStream() {
   delete m_preloaded;

@@ -163,7 +163,45 @@ TEST_F(StreamIo, SeekFamilies) {
   EXPECT_EQ(readOne(), text[0]);
   EXPECT_EQ(stream->Seek2(0, 0), 0);
   EXPECT_EQ(stream->GetCurDataPos(), 0);
+  // From the start while the first block is current, and from elsewhere.
+  EXPECT_EQ(readOne(), text[0]);
+  EXPECT_EQ(stream->Seek(30, 0, true), 0);  // the end of the first block
+  EXPECT_EQ(readOne(), text[30]);
+  EXPECT_EQ(stream->Seek(12, 0, true), 0);
+  EXPECT_EQ(readOne(), text[12]);
+  EXPECT_EQ(stream->Seek(49, 0, true), 0);
+  EXPECT_EQ(readOne(), text[49]);
+  EXPECT_EQ(stream->Seek(51, 0, true), -1);
   stream->Release();
+}
+
+TEST_F(StreamIo, EveryWriteIsInTheFileAtOnce) {
+  // The same header and length are rewritten by every write; another
+  // container on the path, reading the file, sees each write as it returns.
+  aoStream* stream = storage_->CreateStream("growing", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  aoStorage* reader = aoStorage::Open(path_.c_str(), kAoModeInspect, 0, 0);
+  ASSERT_NE(reader, nullptr);
+  const auto bytes = Pattern(40 * 25, 3);
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(stream->Write(bytes.data() + i * 25, 25, false, nullptr), 25);
+    aoStream* view = reader->OpenStream("growing", kAoModeInspect);
+    ASSERT_NE(view, nullptr);
+    ASSERT_EQ(view->GetLength(), (i + 1) * 25);
+    std::vector<unsigned char> seen(static_cast<size_t>((i + 1) * 25));
+    ASSERT_EQ(view->Read(seen.data(), static_cast<int64_t>(seen.size())), static_cast<int64_t>(seen.size()));
+    ASSERT_EQ(0, std::memcmp(seen.data(), bytes.data(), seen.size())) << "after write " << i;
+    view->Release();
+  }
+  // Shortening rewrites the same places again.
+  ASSERT_EQ(stream->Seek(100, 0, true), 0);
+  ASSERT_EQ(stream->Write(bytes.data(), 10, true, nullptr), 10);
+  stream->Release();
+  reader->Release();
+  Reopen(kAoModeInspect);
+  std::vector<unsigned char> expected(bytes.begin(), bytes.begin() + 110);
+  std::memcpy(expected.data() + 100, bytes.data(), 10);
+  EXPECT_EQ(ReadAll("growing"), expected);
 }
 
 TEST_F(StreamIo, SetLengthOnlyShrinksAndNeedsWriteMode) {

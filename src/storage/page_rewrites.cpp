@@ -1,0 +1,60 @@
+#include "storage/page_rewrites.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace ao {
+
+PageRewrites::~PageRewrites() {
+  for (Page& page : pages_) Unmap(page);
+}
+
+bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, size_t count) {
+  if (offset < 0 || count == 0 || count > static_cast<size_t>(kPageSize)) return false;
+  const int64_t end = offset + static_cast<int64_t>(count);
+  const int64_t index = offset / kPageSize;
+  if ((end - 1) / kPageSize != index) return false;
+  Page& page = Entry(index);
+  page.lastUse = ++clock_;
+  if (page.view.base == nullptr) {
+    if (++page.writes < kWritesBeforeMapping || !Map(file, page)) return false;
+  }
+  if (end > page.mappedEnd) return false;
+  std::memcpy(page.view.base + (offset - page.view.offset), bytes, count);
+  return true;
+}
+
+PageRewrites::Page& PageRewrites::Entry(int64_t index) {
+  for (Page& page : pages_)
+    if (page.index == index) return page;
+  Page& oldest = *std::min_element(pages_.begin(), pages_.end(),
+                                   [](const Page& a, const Page& b) { return a.lastUse < b.lastUse; });
+  Unmap(oldest);
+  oldest = Page{};
+  oldest.index = index;
+  return oldest;
+}
+
+bool PageRewrites::Map(FileHandle file, Page& page) {
+  // Whatever happens, the next attempt waits for as many writes again: a
+  // failed mapping is not retried on every call.
+  page.writes = 0;
+  platform::FileApi& files = platform::Files();
+  const int64_t start = page.index * kPageSize;
+  const int64_t size = files.Size(file);
+  if (size <= start) return false;
+  const int64_t mappedEnd = std::min(start + kPageSize, size);
+  page.view = files.MapForWriting(file, start, static_cast<size_t>(mappedEnd - start));
+  if (page.view.base == nullptr) return false;
+  page.files = &files;
+  page.mappedEnd = mappedEnd;
+  return true;
+}
+
+void PageRewrites::Unmap(Page& page) {
+  if (page.view.base != nullptr && page.files != nullptr) page.files->Unmap(page.view);
+  page.view = {};
+  page.files = nullptr;
+}
+
+}  // namespace ao

@@ -1,0 +1,56 @@
+// Small writes that keep landing in the same page of a container: the header
+// of a block that grows with every Write, the length in a stream's record, a
+// folder's child count. After a few of them have gone through system calls,
+// the page is mapped and later ones are stores into it. The bytes reach the
+// same page cache a write would, so every reader sees them at once and a
+// crash of the process loses nothing that a write call would have kept.
+#ifndef AOSTORE_STORAGE_PAGE_REWRITES_H
+#define AOSTORE_STORAGE_PAGE_REWRITES_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/files.h"
+
+namespace ao {
+
+class PageRewrites {
+ public:
+  PageRewrites() = default;
+  ~PageRewrites();
+  PageRewrites(const PageRewrites&) = delete;
+  PageRewrites& operator=(const PageRewrites&) = delete;
+
+  // True when the bytes were stored through a mapped page; false leaves the
+  // write to the caller (a page not yet rewritten often enough, bytes beyond
+  // what the file held when the page was mapped, or no mapping available).
+  bool Store(FileHandle file, int64_t offset, const void* bytes, size_t count);
+
+ private:
+  static constexpr int64_t kPageSize = 4096;
+  // Fewer rewrites than this never pay for the mapping and unmapping.
+  static constexpr int kWritesBeforeMapping = 4;
+
+  struct Page {
+    int64_t index = -1;
+    int writes = 0;
+    uint64_t lastUse = 0;
+    platform::FileApi* files = nullptr;  // the backend that mapped the view
+    platform::FileView view;
+    // The file's size when the page was mapped: the file never shrinks, so
+    // stores below it land inside the file.
+    int64_t mappedEnd = 0;
+  };
+
+  Page& Entry(int64_t index);
+  bool Map(FileHandle file, Page& page);
+  static void Unmap(Page& page);
+
+  std::array<Page, 4> pages_;
+  uint64_t clock_ = 0;
+};
+
+}  // namespace ao
+
+#endif  // AOSTORE_STORAGE_PAGE_REWRITES_H
