@@ -172,8 +172,13 @@ class AOSTORE_API aoStream {
   // Reads and checks the block header at block; false on a bad read or marker.
   bool ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev, int64_t& next,
                          bool* ioError = nullptr);
+  bool DecodeCheckedHeader(const unsigned char* bytes, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev,
+                           int64_t& next) const;
   // Makes block current with its header loaded (position: just past it).
   bool LoadBlockHeader(int64_t block, bool* ioError = nullptr);
+  // As LoadBlockHeader, and for a small want also copies up to want bytes of
+  // the block's data into data in the same transfer; got tells how many.
+  bool LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64_t want, int64_t& got);
   bool WriteBlockHeader();
   void MoveToBlock(int64_t block);
   // Makes a block this object has just allocated current, header loaded.

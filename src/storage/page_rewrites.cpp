@@ -17,7 +17,9 @@ bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, siz
   Page& page = Entry(index);
   page.lastUse = ++clock_;
   if (page.view.base == nullptr) {
-    if (++page.writes < kWritesBeforeMapping || !Map(file, page)) return false;
+    page.rewrites = offset == page.lastOffset ? page.rewrites + 1 : 1;
+    page.lastOffset = offset;
+    if (page.rewrites < kRewritesBeforeMapping || !Map(file, page)) return false;
   }
   if (end > page.mappedEnd) return false;
   std::memcpy(page.view.base + (offset - page.view.offset), bytes, count);
@@ -36,9 +38,9 @@ PageRewrites::Page& PageRewrites::Entry(int64_t index) {
 }
 
 bool PageRewrites::Map(FileHandle file, Page& page) {
-  // Whatever happens, the next attempt waits for as many writes again: a
+  // Whatever happens, the next attempt waits for as many rewrites again: a
   // failed mapping is not retried on every call.
-  page.writes = 0;
+  page.rewrites = 0;
   platform::FileApi& files = platform::Files();
   const int64_t start = page.index * kPageSize;
   const int64_t size = files.Size(file);

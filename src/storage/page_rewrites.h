@@ -1,7 +1,7 @@
-// Small writes that keep landing in the same page of a container: the header
+// Small writes that keep landing on the same place of a container: the header
 // of a block that grows with every Write, the length in a stream's record, a
 // folder's child count. After a few of them have gone through system calls,
-// the page is mapped and later ones are stores into it. The bytes reach the
+// the page is mapped and later writes to it are stores. The bytes reach the
 // same page cache a write would, so every reader sees them at once and a
 // crash of the process loses nothing that a write call would have kept.
 #ifndef AOSTORE_STORAGE_PAGE_REWRITES_H
@@ -29,12 +29,15 @@ class PageRewrites {
 
  private:
   static constexpr int64_t kPageSize = 4096;
-  // Fewer rewrites than this never pay for the mapping and unmapping.
-  static constexpr int kWritesBeforeMapping = 4;
+  // A page is mapped when one place in it has been written this many times
+  // in a row. Fewer never pay for the mapping and unmapping: a new block's
+  // header, for one, is written three times (made, filled, linked).
+  static constexpr int kRewritesBeforeMapping = 4;
 
   struct Page {
     int64_t index = -1;
-    int writes = 0;
+    int64_t lastOffset = -1;
+    int rewrites = 0;  // of lastOffset, in a row
     uint64_t lastUse = 0;
     platform::FileApi* files = nullptr;  // the backend that mapped the view
     platform::FileView view;

@@ -23,6 +23,8 @@ constexpr int64_t kMaxImageRead = 0x3F000000LL;
 // Writes up to this size are headers, records and counts: the ones that
 // repeat at the same place.
 constexpr int64_t kMaxRewrite = 92;
+// A read that reaches a new block takes up to this much data with its header.
+constexpr int64_t kMaxReadWithHeader = 4096;
 }  // namespace
 
 aoStream::aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
@@ -94,6 +96,11 @@ bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& block
                                  bool* ioError) {
   unsigned char bytes[40] = {};
   if (!ReadAtFile(block, bytes, HeaderLength(), ioError)) return false;
+  return DecodeCheckedHeader(bytes, dataEnd, blockEnd, prev, next);
+}
+
+bool aoStream::DecodeCheckedHeader(const unsigned char* bytes, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev,
+                                   int64_t& next) const {
   const format::BlockHeader header = format::DecodeBlockHeader(bytes, m_b64);
   // Neither end may lie inside the header: such a block is damaged and ends
   // every walk. A data end past the block end is accepted (a write that grew
@@ -105,6 +112,33 @@ bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& block
   blockEnd = header.blockEnd;
   prev = header.prev;
   next = header.next;
+  return true;
+}
+
+bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64_t want, int64_t& got) {
+  got = 0;
+  if (m_storage == nullptr || m_storage->m_inMemory || want < 1 || want > kMaxReadWithHeader)
+    return LoadBlockHeader(block);
+  if (block <= 0) return false;
+  // The data follows the header: one transfer brings both. Only bytes inside
+  // the block's data reach the caller.
+  unsigned char bytes[40 + kMaxReadWithHeader];
+  size_t done = 0;
+  const int header = HeaderLength();
+  if (!platform::Files().ReadAt(m_file, bytes, static_cast<size_t>(header + want), block, &done) ||
+      done < static_cast<size_t>(header))
+    return false;
+  int64_t dataEnd, blockEnd, prev, next;
+  if (!DecodeCheckedHeader(bytes, dataEnd, blockEnd, prev, next)) return false;
+  m_curBlock = block;
+  m_blockDataEnd = dataEnd;
+  m_blockEnd = blockEnd;
+  m_blockPrev = prev;
+  m_blockNext = next;
+  m_posInBlock = header;
+  got = std::min({static_cast<int64_t>(done) - header, dataEnd - header, want});
+  std::memcpy(data, bytes + header, static_cast<size_t>(got));
+  m_filePos = block + header + got;
   return true;
 }
 
@@ -388,13 +422,18 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
   int64_t remaining = count;
   ao::CycleGuard cycle;
   while (true) {
-    if (m_posInBlock == 0 && (cycle.Seen(m_curBlock) || !LoadBlockHeader(m_curBlock))) return -1;
     const int64_t left = m_header.dataLength - m_dataPos;
+    int64_t arrived = 0;  // data bytes that came with the header
+    if (m_posInBlock == 0) {
+      const int64_t want = std::max<int64_t>(std::min(remaining, left), 0);
+      if (cycle.Seen(m_curBlock) || !LoadBlockHeaderWithData(m_curBlock, out, want, arrived)) return -1;
+    }
     if (left <= 0) return total;
     // A read that ended at a block's end left the position there (as may a
     // seek): nothing is taken from this block and the next one goes on.
     const int64_t chunk = std::clamp<int64_t>(std::min(remaining, m_blockDataEnd - m_posInBlock), 0, left);
-    if (chunk > 0 && !ReadAtFile(m_curBlock + m_posInBlock, out, chunk)) return -1;
+    if (chunk > arrived && !ReadAtFile(m_curBlock + m_posInBlock + arrived, out + arrived, chunk - arrived))
+      return -1;
     m_posInBlock += chunk;
     m_dataPos += chunk;
     out += chunk;
