@@ -72,8 +72,12 @@ bool aoStream::AppendRecord(int64_t at, const t_aoStreamU& record, tag_aoStreamO
   unsigned char bytes[92];
   format::EncodeRecord(record, m_b64, bytes);
   tag_aoStreamOffset written;
-  if (WriteChunks(bytes, size, false, nullptr, size, &written) != size) return false;
+  if (WriteChunks(bytes, size, false, nullptr, size, &written) != size) {
+    m_layout.reset();  // the blocks may have changed in part
+    return false;
+  }
   if (atEnd) {
+    ao::FolderScanner::NoteAppended(*this, at, size);
     where.recordOffset = written.recordOffset;
     where.splitAt = written.splitAt;
     where.continuation = written.continuation;

@@ -89,6 +89,32 @@ bool FolderScanner::Walk(aoStream& folder, FolderLayout& layout, int64_t block, 
   return complete;
 }
 
+void FolderScanner::NoteAppended(aoStream& folder, int64_t at, int64_t count) {
+  std::shared_ptr<FolderLayout>& layout = folder.m_layout;
+  if (layout == nullptr || layout->blocks.empty()) return;
+  const FolderLayout::Block last = layout->blocks.back();
+  const int64_t inCurrent = folder.m_blockDataEnd - folder.HeaderLength();
+  // The layout ran to the end of its last block and the write started there;
+  // a record is never written in more than two pieces.
+  bool traced = layout->reachable == last.dataStart + last.dataBytes && at == layout->reachable &&
+                folder.m_posInBlock != 0 && folder.m_curBlock == folder.m_header.lastBlock;
+  if (traced && folder.m_curBlock == last.offset) {
+    traced = inCurrent == last.dataBytes + count;
+    layout->blocks.back().dataBytes = inCurrent;
+  } else if (traced) {
+    traced = inCurrent >= 0 && inCurrent <= count;
+    layout->blocks.back().dataBytes += count - inCurrent;
+    layout->blocks.push_back({folder.m_curBlock, at + count - inCurrent, inCurrent});
+  }
+  layout->reachable = at + count;
+  if (!traced || folder.m_header.dataLength != at + count) {
+    layout.reset();
+    return;
+  }
+  layout->lastBlock = folder.m_header.lastBlock;
+  layout->dataLength = folder.m_header.dataLength;
+}
+
 size_t FolderScanner::BlockFor(int64_t position) const {
   const std::vector<FolderLayout::Block>& blocks = layout_->blocks;
   // Scans go forward: the block of the last look-up or one soon after.

@@ -74,6 +74,12 @@ class FolderScanner {
   // write there. False when the position cannot be placed.
   bool PlaceFolderAt(int64_t position);
 
+  // Brings the folder's kept layout up to date after the folder object itself
+  // appended count bytes at the end of its data, `at`, and now stands in the
+  // block the write ended in; the next scan then reads no block header again.
+  // A layout the append cannot be traced in is dropped and walked anew.
+  static void NoteAppended(aoStream& folder, int64_t at, int64_t count);
+
   // Where the record of the folder's data at `position` lies; false when the
   // data does not hold a whole record there.
   bool Locate(int64_t position, tag_aoStreamOffset& where) const;
