@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "aostore/storage.h"
 #include "aostore/stream.h"
@@ -24,7 +25,7 @@ constexpr int64_t kMaxImageRead = 0x3F000000LL;
 // repeat at the same place.
 constexpr int64_t kMaxRewrite = 92;
 // A read that reaches a new block takes up to this much data with its header.
-constexpr int64_t kMaxReadWithHeader = 4096;
+constexpr int64_t kMaxReadWithHeader = 0x10000;
 }  // namespace
 
 aoStream::aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
@@ -120,9 +121,11 @@ bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64
   if (m_storage == nullptr || m_storage->m_inMemory || want < 1 || want > kMaxReadWithHeader)
     return LoadBlockHeader(block);
   if (block <= 0) return false;
-  // The data follows the header: one transfer brings both. Only bytes inside
-  // the block's data reach the caller.
-  unsigned char bytes[40 + kMaxReadWithHeader];
+  // The data follows the header: one transfer brings both, into a buffer of
+  // the thread's own, so that only bytes inside the block's data reach the
+  // caller.
+  thread_local std::vector<unsigned char> scratch(40 + kMaxReadWithHeader);
+  unsigned char* bytes = scratch.data();
   size_t done = 0;
   const int header = HeaderLength();
   if (!platform::Files().ReadAt(m_file, bytes, static_cast<size_t>(header + want), block, &done) ||
