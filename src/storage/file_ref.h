@@ -56,6 +56,9 @@ struct t_FileRef {
   CMapStringToStreamOffset rootMap;
   int mapCount = 0;
   ao::RootTables tables;
+  // How often Create cut the file while containers had it open: pages they
+  // mapped may no longer be part of the file. Changed under the lock.
+  uint64_t truncations = 0;
 };
 
 namespace ao {

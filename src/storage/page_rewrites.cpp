@@ -9,7 +9,14 @@ PageRewrites::~PageRewrites() {
   for (Page& page : pages_) Unmap(page);
 }
 
-bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, size_t count) {
+bool PageRewrites::Store(FileHandle file, uint64_t truncations, int64_t offset, const void* bytes, size_t count) {
+  if (truncations != truncations_) {
+    for (Page& page : pages_) {
+      Unmap(page);
+      page = Page{};
+    }
+    truncations_ = truncations;
+  }
   if (offset < 0 || count == 0 || count > static_cast<size_t>(kPageSize)) return false;
   const int64_t end = offset + static_cast<int64_t>(count);
   const int64_t index = offset / kPageSize;

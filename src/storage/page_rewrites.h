@@ -25,7 +25,9 @@ class PageRewrites {
   // True when the bytes were stored through a mapped page; false leaves the
   // write to the caller (a page not yet rewritten often enough, bytes beyond
   // what the file held when the page was mapped, or no mapping available).
-  bool Store(FileHandle file, int64_t offset, const void* bytes, size_t count);
+  // truncations: how often the file was cut so far (a change drops every
+  // mapping). The caller holds the storage lock.
+  bool Store(FileHandle file, uint64_t truncations, int64_t offset, const void* bytes, size_t count);
 
  private:
   static constexpr int64_t kPageSize = 4096;
@@ -52,6 +54,7 @@ class PageRewrites {
 
   std::array<Page, 4> pages_;
   uint64_t clock_ = 0;
+  uint64_t truncations_ = 0;
 };
 
 }  // namespace ao

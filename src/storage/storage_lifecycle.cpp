@@ -80,6 +80,14 @@ aoStorage* aoStorage::Create(const char* path, uint32_t flags, uint32_t minBlock
   (void)flags;  // the host file is always opened for reading and writing here
   if (!PathFits(path)) return nullptr;
   std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
+  // Containers open on the path stop storing into pages they mapped before
+  // the file is cut under them.
+  std::unique_lock<std::recursive_mutex> cut;
+  const auto open = ao::Registry().map.find(path);
+  if (open != ao::Registry().map.end()) {
+    cut = std::unique_lock<std::recursive_mutex>(open->second->lock);
+    ++open->second->truncations;
+  }
   FileHandle file = platform::Files().Open(path, true, platform::Disposition::kTruncateExisting);
   if (file == kInvalidFile) file = platform::Files().Open(path, true, platform::Disposition::kOpenAlways);
   if (file == kInvalidFile) return nullptr;

@@ -11,6 +11,7 @@
 #include "storage/file_ref.h"
 #include "storage/cycle_guard.h"
 #include "storage/format.h"
+#include "storage/internals.h"
 #include "storage/page_rewrites.h"
 #include "storage/positioning.h"
 
@@ -81,9 +82,13 @@ bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioE
 
 bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   if (m_storage == nullptr || m_storage->m_inMemory || offset <= 0) return false;
-  if (count <= kMaxRewrite) {
+  t_FileRef* shared = ao::StorageInternals::FileRef(*m_storage);
+  if (count <= kMaxRewrite && shared != nullptr) {
     if (m_rewrites == nullptr) m_rewrites = std::make_unique<ao::PageRewrites>();
-    if (m_rewrites->Store(m_file, offset, buffer, static_cast<size_t>(count))) {
+    Lock();
+    const bool stored = m_rewrites->Store(m_file, shared->truncations, offset, buffer, static_cast<size_t>(count));
+    Unlock();
+    if (stored) {
       m_filePos = offset + count;
       return true;
     }

@@ -88,6 +88,25 @@ TEST_F(StreamIo, TheMostRecentStreamGrowsInOneContiguousBlock) {
   stream->Release();
 }
 
+TEST_F(StreamIo, CreatingOverAnOpenContainerLeavesItsWritersWorking) {
+  // The writer has rewritten its header often enough to store it through a
+  // mapped page, pages past the end of the fresh container the file is then
+  // cut to.
+  const auto bytes = Pattern(16384, 4);
+  aoStream* filler = storage_->CreateStream("filler", kAoModeEdit);
+  ASSERT_NE(filler, nullptr);
+  ASSERT_EQ(filler->Write(bytes.data(), 16384, false, nullptr), 16384);
+  filler->Release();
+  aoStream* stream = storage_->CreateStream("old", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  for (int i = 0; i < 8; ++i) ASSERT_EQ(stream->Write(bytes.data(), 16384, false, nullptr), 16384);
+  aoStorage* fresh = aoStorage::Create(path_.c_str(), kAoModeEdit, 0);
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_EQ(stream->Write(bytes.data(), 100, false, nullptr), 100);
+  stream->Release();
+  fresh->Release();
+}
+
 TEST_F(StreamIo, WritesWithAndWithoutSetEnd) {
   aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
   ASSERT_NE(stream, nullptr);
