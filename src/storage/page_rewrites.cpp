@@ -24,6 +24,7 @@ bool PageRewrites::Store(FileHandle file, uint64_t truncations, int64_t offset, 
   Page& page = Entry(index);
   page.lastUse = ++clock_;
   if (page.view.base == nullptr) {
+    if (page.unmappable) return false;
     page.rewrites = offset == page.lastOffset ? page.rewrites + 1 : 1;
     page.lastOffset = offset;
     if (page.rewrites < kRewritesBeforeMapping || !Map(file, page)) return false;
@@ -45,16 +46,15 @@ PageRewrites::Page& PageRewrites::Entry(int64_t index) {
 }
 
 bool PageRewrites::Map(FileHandle file, Page& page) {
-  // Whatever happens, the next attempt waits for as many rewrites again: a
-  // failed mapping is not retried on every call.
-  page.rewrites = 0;
   platform::FileApi& files = platform::Files();
   const int64_t start = page.index * kPageSize;
   const int64_t size = files.Size(file);
-  if (size <= start) return false;
   const int64_t mappedEnd = std::min(start + kPageSize, size);
-  page.view = files.MapForWriting(file, start, static_cast<size_t>(mappedEnd - start));
-  if (page.view.base == nullptr) return false;
+  if (mappedEnd > start) page.view = files.MapForWriting(file, start, static_cast<size_t>(mappedEnd - start));
+  // A backend that does not map (or has mapped enough) is not asked again
+  // for this page while it is kept.
+  page.unmappable = page.view.base == nullptr;
+  if (page.unmappable) return false;
   page.files = &files;
   page.mappedEnd = mappedEnd;
   return true;

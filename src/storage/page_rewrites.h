@@ -40,6 +40,7 @@ class PageRewrites {
     int64_t index = -1;
     int64_t lastOffset = -1;
     int rewrites = 0;  // of lastOffset, in a row
+    bool unmappable = false;
     uint64_t lastUse = 0;
     platform::FileApi* files = nullptr;  // the backend that mapped the view
     platform::FileView view;
