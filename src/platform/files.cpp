@@ -10,6 +10,16 @@ std::atomic<FileApi*> g_override{nullptr};
 constexpr int64_t kMaxTransfer = 0x80000000LL;
 }  // namespace
 
+bool FileApi::WriteAtPair(FileHandle file, const void* head, size_t headCount, const void* tail, size_t tailCount,
+                          int64_t offset, size_t* done) {
+  size_t first = 0;
+  size_t second = 0;
+  const bool ok = WriteAt(file, head, headCount, offset, &first) && first == headCount &&
+                  WriteAt(file, tail, tailCount, offset + static_cast<int64_t>(headCount), &second);
+  *done = first + second;
+  return ok;
+}
+
 FileApi& Files() {
   FileApi* files = g_override.load(std::memory_order_acquire);
   return files != nullptr ? *files : SystemFiles();
@@ -46,6 +56,16 @@ bool WriteFully(FileHandle file, const void* buffer, int64_t count, int64_t offs
     count -= static_cast<int64_t>(piece);
   }
   return true;
+}
+
+bool WritePairFully(FileHandle file, const void* head, int64_t headCount, const void* tail, int64_t tailCount,
+                    int64_t offset) {
+  if (headCount < 0 || tailCount < 0 || headCount >= kMaxTransfer || tailCount >= kMaxTransfer) return false;
+  size_t done = 0;
+  const auto total = static_cast<size_t>(headCount + tailCount);
+  return Files().WriteAtPair(file, head, static_cast<size_t>(headCount), tail, static_cast<size_t>(tailCount), offset,
+                             &done) &&
+         done == total;
 }
 
 }  // namespace ao::platform

@@ -35,6 +35,10 @@ class FileApi {
   virtual bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) = 0;
   // Writes count bytes at offset; *done gets what was written. False on error.
   virtual bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) = 0;
+  // Writes head and then tail at offset + headCount, in one transfer where
+  // the system allows it; *done gets the total written. False on error.
+  virtual bool WriteAtPair(FileHandle file, const void* head, size_t headCount, const void* tail, size_t tailCount,
+                           int64_t offset, size_t* done);
   // -1 when the size cannot be found.
   virtual int64_t Size(FileHandle file) = 0;
   // Sets the end of the file (extending it with unwritten space).
@@ -74,6 +78,9 @@ ReadStatus ReadExactly(FileHandle file, void* buffer, int64_t count, int64_t off
 // anything failed or came short.
 bool ReadFully(FileHandle file, void* buffer, int64_t count, int64_t offset);
 bool WriteFully(FileHandle file, const void* buffer, int64_t count, int64_t offset);
+// Writes head and tail back to back, both whole (each below 2 GiB).
+bool WritePairFully(FileHandle file, const void* head, int64_t headCount, const void* tail, int64_t tailCount,
+                    int64_t offset);
 
 }  // namespace ao::platform
 

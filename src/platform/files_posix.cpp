@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -77,6 +78,33 @@ class PosixFiles final : public FileApi {
     }
     *done = total;
     return true;
+  }
+
+  bool WriteAtPair(FileHandle file, const void* head, size_t headCount, const void* tail, size_t tailCount,
+                   int64_t offset, size_t* done) override {
+    iovec parts[2] = {{const_cast<void*>(head), headCount}, {const_cast<void*>(tail), tailCount}};
+    ssize_t put;
+    do {
+      put = ::pwritev(static_cast<int>(file), parts, 2, static_cast<off_t>(offset));
+    } while (put < 0 && errno == EINTR);
+    if (put <= 0) {
+      *done = 0;
+      return headCount + tailCount == 0;
+    }
+    *done = static_cast<size_t>(put);
+    if (*done == headCount + tailCount) return true;
+    // A transfer the system cut short: the rest goes through plain writes.
+    size_t more = 0;
+    bool ok;
+    if (*done < headCount) {
+      ok = FileApi::WriteAtPair(file, static_cast<const char*>(head) + *done, headCount - *done, tail, tailCount,
+                                offset + put, &more);
+    } else {
+      const size_t into = *done - headCount;
+      ok = WriteAt(file, static_cast<const char*>(tail) + into, tailCount - into, offset + put, &more);
+    }
+    *done += more;
+    return ok;
   }
 
   int64_t Size(FileHandle file) override {

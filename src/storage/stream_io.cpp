@@ -27,6 +27,17 @@ constexpr int64_t kMaxImageRead = 0x3F000000LL;
 constexpr int64_t kMaxRewrite = 92;
 // A read that reaches a new block takes up to this much data with its header.
 constexpr int64_t kMaxReadWithHeader = 0x10000;
+
+// Tells where the first bytes of a write landed: chunk of the remaining
+// bytes at file offset at, a split when they end before `span` bytes.
+void NoteFirstBytes(int64_t at, int64_t chunk, int64_t remaining, int64_t span, int64_t* filePosition,
+                    tag_aoStreamOffset* where) {
+  if (filePosition != nullptr) *filePosition = at;
+  if (where == nullptr) return;
+  where->recordOffset = at;
+  where->splitAt = chunk < span && chunk < remaining ? static_cast<uint32_t>(chunk) : 0;
+  where->continuation = 0;
+}
 }  // namespace
 
 aoStream::aoStream(aoStorage* storage, t_aoStreamU& header, ao::FileHandle file, tag_aoStreamOffset& where)
@@ -257,7 +268,10 @@ int64_t aoStream::BlockCapacity(int64_t size, bool first) const {
   return std::max<int64_t>(capacity, 0);
 }
 
-int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
+int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first, const unsigned char* data,
+                                int64_t& carried) {
+  const int64_t wanted = data != nullptr ? carried : 0;
+  carried = 0;
   if (m_storage == nullptr || m_storage->m_inMemory) return 0;
   const int64_t capacity = BlockCapacity(size, first);
   const int header = HeaderLength();
@@ -268,11 +282,17 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
   // No block may start where its header would cross the file limit (for the
   // first block too: a 32-bit file could not record its offset).
   if (end > 0 && end + header < FileLimit()) {
+    // The new block is the file's tail block, so the data written next would
+    // grow it in place up to the file limit: those bytes go out with the
+    // header, which then tells their end, in one transfer.
+    const int64_t carry = std::clamp<int64_t>(FileLimit() - (end + header), 0, wanted);
     unsigned char bytes[40];
-    format::EncodeBlockHeader({format::kBlockMarker, header, header + capacity, previous, 0}, m_b64, bytes);
-    bool ok = WriteAtFile(end, bytes, header);
+    format::EncodeBlockHeader(
+        {format::kBlockMarker, header + carry, header + std::max(capacity, carry), previous, 0}, m_b64, bytes);
+    bool ok = carry > 0 ? platform::WritePairFully(m_file, bytes, header, data, carry, end)
+                        : WriteAtFile(end, bytes, header);
     // The data area exists on disk before it is written.
-    if (ok && capacity > 0) ok = platform::Files().SetSize(m_file, end + header + capacity);
+    if (ok && capacity > carry) ok = platform::Files().SetSize(m_file, end + header + capacity);
     if (ok && first) {
       unsigned char field[8];
       format::PutWide(field, end, m_b64);
@@ -281,6 +301,7 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
     }
     if (ok) {
       block = end;
+      carried = carry;
       m_filePos = end;
       m_storage->m_tail = end;  // this block is now the file's tail block
       m_storage->PublishTail();
@@ -290,9 +311,15 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first) {
   return block;
 }
 
-int64_t aoStream::AllocateFirstBlock(int64_t size) { return AllocateBlock(0, size, true); }
+int64_t aoStream::AllocateFirstBlock(int64_t size) {
+  int64_t carried = 0;
+  return AllocateBlock(0, size, true, nullptr, carried);
+}
 
-int64_t aoStream::AllocateNextBlock(int64_t previous, int64_t size) { return AllocateBlock(previous, size, false); }
+int64_t aoStream::AllocateNextBlock(int64_t previous, int64_t size) {
+  int64_t carried = 0;
+  return AllocateBlock(previous, size, false, nullptr, carried);
+}
 
 // ---- Writing.
 
@@ -303,16 +330,37 @@ int64_t aoStream::Write(const void* buffer, int64_t count, bool setEnd, int64_t*
 int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition, int64_t span,
                               tag_aoStreamOffset* where) {
   if (m_storage == nullptr || m_storage->m_inMemory) return 0;
-  if (m_curBlock == 0) {
-    const int64_t block = AllocateFirstBlock(0);
-    if (block == 0) return -1;
-    EnterNewBlock(block, 0, BlockCapacity(0, true));
-  }
-  if (count < 1) return 0;
-
   const auto* source = static_cast<const unsigned char*>(buffer);
   int64_t remaining = count;
   int64_t total = 0;
+  if (m_curBlock == 0) {
+    // The first bytes (as many as the first round would write into the new
+    // tail block) go out with its header.
+    int64_t carried =
+        std::clamp<int64_t>(std::min(count, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
+    const int64_t block = AllocateBlock(0, 0, true, source, carried);
+    if (block == 0) return -1;
+    EnterNewBlock(block, 0, BlockCapacity(0, true));
+    if (carried > 0) {
+      NoteFirstBytes(block + HeaderLength(), carried, count, span, filePosition, where);
+      m_posInBlock += carried;
+      m_blockDataEnd = m_posInBlock;
+      m_blockEnd = std::max(m_blockEnd, m_posInBlock);
+      m_filePos = block + m_posInBlock;
+      m_dataPos += carried;
+      total = carried;
+      source += carried;
+      remaining -= carried;
+      if (setEnd || m_dataPos > m_header.dataLength) {
+        m_header.dataLength = m_dataPos;
+        m_header.lastBlock = block;
+        if (!WriteLengthAndLastBlock()) return -1;
+      }
+      if (remaining == 0) return total;
+    }
+  }
+  if (count < 1) return 0;
+
   int64_t previous = 0;  // the block this call wrote in before the current one
   bool locked = false;
   bool failed = false;
@@ -358,15 +406,7 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
       locked = false;
     }
     const int64_t at = m_curBlock + m_posInBlock;
-    if (total == 0 && chunk > 0) {
-      if (filePosition != nullptr) *filePosition = at;
-      if (where != nullptr) {
-        where->recordOffset = at;
-        where->splitAt = 0;
-        where->continuation = 0;
-        if (chunk < span && chunk < remaining) where->splitAt = static_cast<uint32_t>(chunk);
-      }
-    }
+    if (total == 0 && chunk > 0) NoteFirstBytes(at, chunk, remaining, span, filePosition, where);
     if (chunk > 0 && !WriteAtFile(at, source, chunk)) {
       failed = true;
       break;
@@ -378,9 +418,20 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
     remaining -= chunk;
 
     int64_t allocated = 0;
+    int64_t carried = 0;  // bytes of the rest that went out with the new block
+    const int64_t requested = remaining;
     if (remaining > 0 && m_blockNext == 0) {
-      allocated = AllocateNextBlock(m_curBlock, remaining);
+      // As much as the next round would write into the new (tail) block.
+      carried = std::clamp<int64_t>(std::min(remaining, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
+      allocated = AllocateBlock(m_curBlock, remaining, false, source, carried);
       m_blockNext = allocated;
+      if (carried > 0) {
+        if (total == 0) NoteFirstBytes(allocated + HeaderLength(), carried, remaining, span, filePosition, where);
+        m_dataPos += carried;
+        total += carried;
+        source += carried;
+        remaining -= carried;
+      }
     }
     // A pure overwrite (no truncation, inside the block's and the stream's
     // data) leaves both headers alone; a newly linked block always needs the
@@ -403,12 +454,17 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
       }
     }
     m_filePos = m_curBlock + m_posInBlock;
-    if (remaining == 0 || m_blockNext == 0) break;  // done, or no block could be added
+    // Done (unless the new block holds the last bytes), or no block could be added.
+    if ((remaining == 0 && carried == 0) || m_blockNext == 0) break;
     if (where != nullptr && where->splitAt != 0 && where->continuation == 0)
       where->continuation = m_blockNext + HeaderLength();
     previous = m_curBlock;
     if (allocated != 0) {
-      EnterNewBlock(allocated, previous, BlockCapacity(remaining, false));
+      EnterNewBlock(allocated, previous, BlockCapacity(requested, false));
+      m_posInBlock += carried;
+      m_blockDataEnd = m_posInBlock;
+      m_blockEnd = std::max(m_blockEnd, m_posInBlock);
+      m_filePos = m_curBlock + m_posInBlock;
     } else {
       MoveToBlock(m_blockNext);
     }
@@ -416,6 +472,7 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
       Unlock();
       locked = false;
     }
+    if (remaining == 0) break;
   }
   if (locked) Unlock();
   return failed ? -1 : total;
