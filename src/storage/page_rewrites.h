@@ -32,8 +32,9 @@ class PageRewrites {
  private:
   static constexpr int64_t kPageSize = 4096;
   // A page is mapped when one place in it has been written this many times
-  // in a row. Fewer never pay for the mapping and unmapping: a new block's
-  // header, for one, is written three times (made, filled, linked).
+  // in a row. Fewer never pay for the mapping and unmapping: the header of a
+  // block filled at once, for one, is written at most three times (made,
+  // filled, linked).
   static constexpr int kRewritesBeforeMapping = 4;
 
   struct Page {
@@ -44,8 +45,9 @@ class PageRewrites {
     uint64_t lastUse = 0;
     platform::FileApi* files = nullptr;  // the backend that mapped the view
     platform::FileView view;
-    // The file's size when the page was mapped: the file never shrinks, so
-    // stores below it land inside the file.
+    // The file's size when the page was mapped: only Create cuts a file
+    // (and `truncations` then drops the view), so stores below it land
+    // inside the file.
     int64_t mappedEnd = 0;
   };
 
