@@ -181,8 +181,11 @@ class AOSTORE_API aoStream {
   bool LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64_t want, int64_t& got);
   bool WriteBlockHeader();
   void MoveToBlock(int64_t block);
-  // Makes a block this object has just allocated current, header loaded.
-  void EnterNewBlock(int64_t block, int64_t previous, int64_t capacity);
+  // Makes block current with the given header loaded (position: just past it).
+  void SetCurrentBlock(int64_t block, int64_t dataEnd, int64_t blockEnd, int64_t prev, int64_t next);
+  // Makes a block this object has just allocated current, header loaded,
+  // positioned after the carried bytes written with its header.
+  void EnterNewBlock(int64_t block, int64_t previous, int64_t capacity, int64_t carried);
   // Writes count bytes of a header record at fieldOffset within it, across a
   // block boundary of the folder when the record straddles one.
   bool WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, const unsigned char* bytes, int count);

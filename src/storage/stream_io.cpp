@@ -149,12 +149,7 @@ bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64
     return false;
   int64_t dataEnd, blockEnd, prev, next;
   if (!DecodeCheckedHeader(bytes, dataEnd, blockEnd, prev, next)) return false;
-  m_curBlock = block;
-  m_blockDataEnd = dataEnd;
-  m_blockEnd = blockEnd;
-  m_blockPrev = prev;
-  m_blockNext = next;
-  m_posInBlock = header;
+  SetCurrentBlock(block, dataEnd, blockEnd, prev, next);
   got = std::min({static_cast<int64_t>(done) - header, dataEnd - header, want});
   std::memcpy(data, bytes + header, static_cast<size_t>(got));
   m_filePos = block + header + got;
@@ -164,13 +159,17 @@ bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64
 bool aoStream::LoadBlockHeader(int64_t block, bool* ioError) {
   int64_t dataEnd, blockEnd, prev, next;
   if (!ReadBlockHeaderAt(block, dataEnd, blockEnd, prev, next, ioError)) return false;
+  SetCurrentBlock(block, dataEnd, blockEnd, prev, next);
+  return true;
+}
+
+void aoStream::SetCurrentBlock(int64_t block, int64_t dataEnd, int64_t blockEnd, int64_t prev, int64_t next) {
   m_curBlock = block;
   m_blockDataEnd = dataEnd;
   m_blockEnd = blockEnd;
   m_blockPrev = prev;
   m_blockNext = next;
   m_posInBlock = HeaderLength();
-  return true;
 }
 
 bool aoStream::WriteBlockHeader() {
@@ -188,14 +187,11 @@ void aoStream::MoveToBlock(int64_t block) {
   m_posInBlock = 0;
 }
 
-void aoStream::EnterNewBlock(int64_t block, int64_t previous, int64_t capacity) {
+void aoStream::EnterNewBlock(int64_t block, int64_t previous, int64_t capacity, int64_t carried) {
   // Just written by this object: its header needs no reading back.
-  m_curBlock = block;
-  m_blockDataEnd = HeaderLength();
-  m_blockEnd = HeaderLength() + capacity;
-  m_blockPrev = previous;
-  m_blockNext = 0;
-  m_posInBlock = HeaderLength();
+  const int header = HeaderLength();
+  SetCurrentBlock(block, header + carried, header + std::max(capacity, carried), previous, 0);
+  m_posInBlock = header + carried;
   m_filePos = block + m_posInBlock;
 }
 
@@ -340,13 +336,9 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
         std::clamp<int64_t>(std::min(count, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
     const int64_t block = AllocateBlock(0, 0, true, source, carried);
     if (block == 0) return -1;
-    EnterNewBlock(block, 0, BlockCapacity(0, true));
+    EnterNewBlock(block, 0, BlockCapacity(0, true), carried);
     if (carried > 0) {
       NoteFirstBytes(block + HeaderLength(), carried, count, span, filePosition, where);
-      m_posInBlock += carried;
-      m_blockDataEnd = m_posInBlock;
-      m_blockEnd = std::max(m_blockEnd, m_posInBlock);
-      m_filePos = block + m_posInBlock;
       m_dataPos += carried;
       total = carried;
       source += carried;
@@ -460,11 +452,7 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
       where->continuation = m_blockNext + HeaderLength();
     previous = m_curBlock;
     if (allocated != 0) {
-      EnterNewBlock(allocated, previous, BlockCapacity(requested, false));
-      m_posInBlock += carried;
-      m_blockDataEnd = m_posInBlock;
-      m_blockEnd = std::max(m_blockEnd, m_posInBlock);
-      m_filePos = m_curBlock + m_posInBlock;
+      EnterNewBlock(allocated, previous, BlockCapacity(requested, false), carried);
     } else {
       MoveToBlock(m_blockNext);
     }
@@ -549,12 +537,8 @@ int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
     remaining -= step;
     m_dataPos += step;
     if (remaining == 0) {
-      m_curBlock = block;
-      m_blockDataEnd = dataEnd;
-      m_blockEnd = blockEnd;
-      m_blockPrev = prev;
-      m_blockNext = next;
-      m_posInBlock = HeaderLength() + step;
+      SetCurrentBlock(block, dataEnd, blockEnd, prev, next);
+      m_posInBlock += step;
       m_filePos = block + m_posInBlock;
       return 0;
     }
