@@ -60,6 +60,11 @@ class FileApi {
   virtual void Unmap(const FileView& view) { (void)view; }
 };
 
+// Copies between memory and a view the system backend mapped; false when the
+// system could not back the view's pages (the file was cut short elsewhere,
+// or the disk failed to deliver them), and the caller then uses plain I/O.
+bool CopyWithMapping(void* to, const void* from, size_t count);
+
 // The backend in use: the operating system's unless a test installed another.
 FileApi& Files();
 // The operating system's backend.

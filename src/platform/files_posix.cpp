@@ -14,6 +14,8 @@
 #include <filesystem>
 
 #include "platform/files.h"
+#include "platform/mapped_copy_posix.h"
+#include "platform/read_mappings_posix.h"
 
 namespace ao::platform {
 namespace {
@@ -26,7 +28,6 @@ class PosixFiles final : public FileApi {
  public:
   FileHandle Open(const char* path, bool write, Disposition disposition) override {
     int flags = (write ? O_RDWR : O_RDONLY) | O_CLOEXEC;
-    if (disposition == Disposition::kTruncateExisting) flags |= O_TRUNC;
     if (disposition == Disposition::kOpenAlways) flags |= O_CREAT;
     int fd;
     do {
@@ -38,14 +39,27 @@ class PosixFiles final : public FileApi {
       ::close(fd);
       return kInvalidFile;
     }
+    read_mappings::Track(fd);
+    // Cut after the descriptor is known: another descriptor of the file may
+    // be copying out of the part that goes.
+    if (disposition == Disposition::kTruncateExisting && !read_mappings::Resize(fd, 0)) {
+      Close(fd);
+      return kInvalidFile;
+    }
     return fd;
   }
 
   void Close(FileHandle file) override {
-    if (file != kInvalidFile) ::close(static_cast<int>(file));
+    if (file == kInvalidFile) return;
+    read_mappings::Forget(static_cast<int>(file));
+    ::close(static_cast<int>(file));
   }
 
   bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override {
+    if (read_mappings::Read(static_cast<int>(file), buffer, count, offset)) {
+      *done = count;
+      return true;
+    }
     size_t total = 0;
     auto* bytes = static_cast<char*>(buffer);
     while (total < count) {
@@ -60,6 +74,7 @@ class PosixFiles final : public FileApi {
       total += static_cast<size_t>(got);
     }
     *done = total;
+    if (total > 0) read_mappings::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
     return true;
   }
 
@@ -77,6 +92,7 @@ class PosixFiles final : public FileApi {
       total += static_cast<size_t>(put);
     }
     *done = total;
+    read_mappings::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
     return true;
   }
 
@@ -92,6 +108,7 @@ class PosixFiles final : public FileApi {
       return headCount + tailCount == 0;
     }
     *done = static_cast<size_t>(put);
+    read_mappings::Reached(static_cast<int>(file), offset + put);
     if (*done == headCount + tailCount) return true;
     // A transfer the system cut short: the rest goes through plain writes.
     size_t more = 0;
@@ -114,11 +131,7 @@ class PosixFiles final : public FileApi {
   }
 
   bool SetSize(FileHandle file, int64_t size) override {
-    int result;
-    do {
-      result = ::ftruncate(static_cast<int>(file), static_cast<off_t>(size));
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return size >= 0 && read_mappings::Resize(static_cast<int>(file), size);
   }
 
   bool Flush(FileHandle file) override { return ::fsync(static_cast<int>(file)) == 0; }
@@ -137,6 +150,7 @@ class PosixFiles final : public FileApi {
   FileView MapForWriting(FileHandle file, int64_t offset, size_t count) override {
     static const int64_t page = ::sysconf(_SC_PAGESIZE);
     if (offset < 0 || count == 0 || page <= 0) return {};
+    PrepareMappedCopies();
     if (views_.fetch_add(1, std::memory_order_relaxed) >= kMaxViews) {
       views_.fetch_sub(1, std::memory_order_relaxed);
       return {};

@@ -1,7 +1,6 @@
 #include "storage/page_rewrites.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace ao {
 
@@ -30,8 +29,11 @@ bool PageRewrites::Store(FileHandle file, uint64_t truncations, int64_t offset, 
     if (page.rewrites < kRewritesBeforeMapping || !Map(file, page)) return false;
   }
   if (end > page.mappedEnd) return false;
-  std::memcpy(page.view.base + (offset - page.view.offset), bytes, count);
-  return true;
+  if (platform::CopyWithMapping(page.view.base + (offset - page.view.offset), bytes, count)) return true;
+  // The page is no longer backed by the file: it was cut elsewhere.
+  Unmap(page);
+  page.unmappable = true;
+  return false;
 }
 
 PageRewrites::Page& PageRewrites::Entry(int64_t index) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -127,6 +128,34 @@ TEST(SystemFiles, ResizingWhileOthersWriteKeepsTheirBytesAndTheSize) {
       ASSERT_EQ(ReadAt(file.get(), kPiece, at), Pattern(kPiece, static_cast<uint32_t>(w))) << "piece at " << at;
     }
   }
+}
+
+// Reads through one handle follow what happens to the file through any
+// other: writes show at once, and a file cut short by another program reads
+// as short instead of bringing the process down.
+TEST(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
+  TempDir dir;
+  const std::string path = dir.File("shared.dat");
+  OpenFile writer(path, true, Disposition::kOpenAlways);
+  OpenFile reader(path, false, Disposition::kOpenExisting);
+  ASSERT_TRUE(writer.valid() && reader.valid());
+  const Bytes first = Pattern(65536, 1);
+  size_t done = 0;
+  ASSERT_TRUE(System().WriteAt(writer.get(), first.data(), first.size(), 0, &done));
+  EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), Bytes(first.begin() + 61440, first.end()));
+  const Bytes far = Pattern(100, 2);
+  ASSERT_TRUE(System().WriteAt(writer.get(), far.data(), far.size(), 1 << 20, &done));
+  EXPECT_EQ(ReadAt(reader.get(), 100, 1 << 20), far);
+
+  std::filesystem::resize_file(path, 1000);
+  bool ok = false;
+  EXPECT_TRUE(ReadAt(reader.get(), 4096, 61440, &ok).empty());
+  EXPECT_TRUE(ok);
+  EXPECT_EQ(ReadAt(reader.get(), 4096, 0), Bytes(first.begin(), first.begin() + 1000));
+
+  const Bytes again = Pattern(4096, 3);
+  ASSERT_TRUE(System().WriteAt(writer.get(), again.data(), again.size(), 61440, &done));
+  EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), again);
 }
 
 TEST(SystemFiles, DispositionsAndSharing) {

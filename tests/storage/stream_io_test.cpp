@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -100,11 +101,36 @@ TEST_F(StreamIo, CreatingOverAnOpenContainerLeavesItsWritersWorking) {
   aoStream* stream = storage_->CreateStream("old", kAoModeEdit);
   ASSERT_NE(stream, nullptr);
   for (int i = 0; i < 8; ++i) ASSERT_EQ(stream->Write(bytes.data(), 16384, false, nullptr), 16384);
+  // A reader whose bytes were read through the file's mapping before the cut.
+  aoStream* reader = storage_->OpenStream("filler", kAoModeInspect);
+  ASSERT_NE(reader, nullptr);
+  std::vector<unsigned char> back(4096);
+  ASSERT_EQ(reader->Read(back.data(), 4096), 4096);
   aoStorage* fresh = aoStorage::Create(path_.c_str(), kAoModeEdit, 0);
   ASSERT_NE(fresh, nullptr);
   EXPECT_EQ(stream->Write(bytes.data(), 100, false, nullptr), 100);
+  reader->Read(back.data(), 4096);
+  reader->Release();
   stream->Release();
   fresh->Release();
+}
+
+TEST_F(StreamIo, AContainerCutShortByAnotherProgramFailsWithoutCrashing) {
+  const auto bytes = Pattern(4096, 5);
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  ASSERT_NE(stream, nullptr);
+  // Small writes that rewrite the same header and length, then read back.
+  for (int i = 0; i < 64; ++i) ASSERT_EQ(stream->Write(bytes.data() + i * 64, 64, false, nullptr), 64);
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  std::vector<unsigned char> back(4096);
+  ASSERT_EQ(stream->Read(back.data(), 4096), 4096);
+  EXPECT_EQ(back, bytes);
+
+  std::filesystem::resize_file(path_, 16);
+  ASSERT_EQ(stream->Seek(0, 0, true), 0);
+  EXPECT_LT(stream->Read(back.data(), 4096), 4096);
+  for (int i = 0; i < 8; ++i) stream->Write(bytes.data(), 64, false, nullptr);
+  stream->Release();
 }
 
 TEST_F(StreamIo, WritesWithAndWithoutSetEnd) {
