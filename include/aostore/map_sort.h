@@ -37,16 +37,22 @@ class CMapSort {
 
   // Inserts or replaces; the sorted view no longer reflects the map.
   void SetAt(ARG_KEY key, ARG_VALUE value) {
-    auto found = map_.find(key);
-    if (found != map_.end() && found->second.use_count() == 1) {
-      found->second->value = value;
-    } else {
-      auto fresh = std::make_shared<Assoc>(Assoc{KEY(key), value});
-      if (found != map_.end()) live_.erase(found->second.get());
-      live_.insert(fresh.get());
-      map_[key] = std::move(fresh);
-    }
+    // One look-up finds the entry or makes its place.
+    auto [found, inserted] = map_.try_emplace(KEY(key));
     sortedValid_ = 0;
+    if (!inserted && found->second.use_count() == 1) {
+      found->second->value = value;
+      return;
+    }
+    try {
+      auto fresh = std::make_shared<Assoc>(Assoc{found->first, value});
+      live_.insert(fresh.get());
+      if (!inserted) live_.erase(found->second.get());
+      found->second = std::move(fresh);
+    } catch (...) {
+      if (inserted) map_.erase(found);
+      throw;
+    }
   }
   bool Lookup(ARG_KEY key, VALUE& out) const {
     auto found = map_.find(key);

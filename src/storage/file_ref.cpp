@@ -9,10 +9,13 @@ void RootTables::Reset() {
   free_.clear();
 }
 
-void RootTables::AddTable(int64_t offset, uint32_t slotCount) {
-  byOffset_[offset] = tables_.size();
+void RootTables::AddTable(int64_t offset, uint32_t slotCount, const std::vector<bool>& used) {
+  const size_t table = tables_.size();
+  byOffset_[offset] = table;
   tables_.push_back({offset, slotCount});
-  for (uint32_t slot = 0; slot < slotCount; ++slot) free_.insert({tables_.size() - 1, slot});
+  // Inserted in order, each at the end of the set.
+  for (uint32_t slot = 0; slot < slotCount; ++slot)
+    if (slot >= used.size() || !used[slot]) free_.emplace_hint(free_.end(), table, slot);
 }
 
 void RootTables::SetSlotUsed(size_t table, uint32_t slot, bool used) {

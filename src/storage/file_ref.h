@@ -29,8 +29,9 @@ class RootTables {
 
   bool known() const { return known_; }
   void Reset();
-  // Called for each table in chain order while the chain is walked.
-  void AddTable(int64_t offset, uint32_t slotCount);
+  // Called for each table in chain order while the chain is walked; used
+  // tells which of its slots hold a name (none, when it is empty).
+  void AddTable(int64_t offset, uint32_t slotCount, const std::vector<bool>& used = {});
   void MarkKnown() { known_ = true; }
   void SetSlotUsed(size_t table, uint32_t slot, bool used);
   // The first free slot at or after `from` in chain order, if any.

@@ -84,12 +84,12 @@ bool aoStorage::InitStreamMap() {
       wellFormed = false;
       return false;
     }
-    tables.AddTable(table, slotCount);
+    std::vector<bool> used(slotCount);
     for (uint32_t slot = 0; slot < slotCount; ++slot) {
       const unsigned char* raw = bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize();
       const t_aoStreamU record = format::DecodeRecord(raw, m_b64);
       if (record.name[0] == '\0') continue;
-      tables.SetSlotUsed(tables.tables().size() - 1, slot, true);
+      used[slot] = true;
       if (record.marker != format::kRecordMarker) continue;
       tag_aoStreamOffset where;
       where.recordOffset = table + TableHeaderSize() + static_cast<int64_t>(slot) * RecordSize();
@@ -101,6 +101,7 @@ bool aoStorage::InitStreamMap() {
       m_fileRef->rootMap.SetAt(record.name, where);
       ++loaded;
     }
+    tables.AddTable(table, slotCount, used);
     return true;
   });
   const bool ok = walked && wellFormed;
