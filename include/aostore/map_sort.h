@@ -81,6 +81,11 @@ class CMapSort {
     sortedValid_ = 0;
   }
   int GetCount() const { return static_cast<int>(map_.size()); }
+  // Room for count entries, so that filling the map moves none of them.
+  void Reserve(size_t count) {
+    map_.reserve(count);
+    live_.reserve(count);
+  }
   bool IsEmpty() const { return map_.empty(); }
 
   // Bucket-order walk. GetNextAssoc returns null after the last entry, and

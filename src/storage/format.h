@@ -60,6 +60,12 @@ inline uint64_t GetU64(const unsigned char* p) {
   for (int i = 7; i >= 0; --i) v = (v << 8) | p[i];
   return v;
 }
+
+// A record that the root directory's name map lists: marked, with a name.
+inline bool IsNamedRecord(const unsigned char* record) {
+  return GetU32(record) == kRecordMarker && record[kRecordNameOffset] != 0;
+}
+
 // An offset or length of the file's width: u32 in 32-bit files, i64 in 64-bit files.
 inline void PutWide(unsigned char* p, int64_t v, bool b64) {
   if (b64) {

@@ -76,6 +76,15 @@ bool aoStorage::InitStreamMap() {
   Lock();
   ao::RootTables& tables = m_fileRef->tables;
   tables.Reset();
+  // Counting the names first lets the map take its size at once: grown step
+  // by step, it would move every entry again at each step.
+  size_t named = 0;
+  WalkRootTables([&](int64_t, uint32_t slotCount, const unsigned char* bytes) {
+    for (uint32_t slot = 0; slot < slotCount; ++slot)
+      named += format::IsNamedRecord(bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize()) ? 1 : 0;
+    return true;
+  });
+  m_fileRef->rootMap.Reserve(named);
   int loaded = 0;
   bool wellFormed = true;
   const bool walked = WalkRootTables([&](int64_t table, uint32_t slotCount, const unsigned char* bytes) {
