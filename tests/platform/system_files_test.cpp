@@ -143,9 +143,9 @@ TEST(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
   size_t done = 0;
   ASSERT_TRUE(System().WriteAt(writer.get(), first.data(), first.size(), 0, &done));
   EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), Bytes(first.begin() + 61440, first.end()));
-  const Bytes far = Pattern(100, 2);
-  ASSERT_TRUE(System().WriteAt(writer.get(), far.data(), far.size(), 1 << 20, &done));
-  EXPECT_EQ(ReadAt(reader.get(), 100, 1 << 20), far);
+  const Bytes distant = Pattern(100, 2);
+  ASSERT_TRUE(System().WriteAt(writer.get(), distant.data(), distant.size(), 1 << 20, &done));
+  EXPECT_EQ(ReadAt(reader.get(), 100, 1 << 20), distant);
 
   std::filesystem::resize_file(path, 1000);
   bool ok = false;
