@@ -24,8 +24,11 @@ bool PageRewrites::Store(FileHandle file, uint64_t truncations, int64_t offset, 
   page.lastUse = ++clock_;
   if (page.view.base == nullptr) {
     if (page.unmappable) return false;
-    page.rewrites = offset == page.lastOffset ? page.rewrites + 1 : 1;
-    page.lastOffset = offset;
+    if (std::find(page.recent.begin(), page.recent.end(), offset) != page.recent.end()) {
+      ++page.rewrites;
+    } else {
+      page.recent[page.nextRecent++ % page.recent.size()] = offset;
+    }
     if (page.rewrites < kRewritesBeforeMapping || !Map(file, page)) return false;
   }
   if (end > page.mappedEnd) return false;

@@ -31,16 +31,20 @@ class PageRewrites {
 
  private:
   static constexpr int64_t kPageSize = 4096;
-  // A page is mapped when one place in it has been written this many times
-  // in a row. Fewer never pay for the mapping and unmapping: the header of a
-  // block filled at once, for one, is written at most three times (made,
-  // filled, linked).
-  static constexpr int kRewritesBeforeMapping = 4;
+  // A page is mapped once places in it have been written again this many
+  // times. Fewer never pay for the mapping and unmapping: the header of a
+  // block filled at once, for one, is written again at most twice (filled,
+  // linked).
+  static constexpr int kRewritesBeforeMapping = 3;
 
   struct Page {
     int64_t index = -1;
-    int64_t lastOffset = -1;
-    int rewrites = 0;  // of lastOffset, in a row
+    // The places last written in the page: a folder's growing block header
+    // and the child count beside it take turns, as do a stream's length and
+    // its block header when both lie in one page.
+    std::array<int64_t, 4> recent{-1, -1, -1, -1};
+    size_t nextRecent = 0;
+    int rewrites = 0;  // writes to a place in recent
     bool unmappable = false;
     uint64_t lastUse = 0;
     platform::FileApi* files = nullptr;  // the backend that mapped the view
