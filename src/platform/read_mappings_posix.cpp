@@ -41,6 +41,9 @@ struct MappedFile {
   // Bytes the file surely holds: below this a page is backed by the file.
   std::atomic<int64_t> known{0};
   int handles = 0;
+  // Set when the system refused a mapping (a file system without mmap, or
+  // no address space left): it is not asked again on every write.
+  bool refused = false;
 };
 
 struct Registry {
@@ -67,7 +70,10 @@ size_t WindowFor(int64_t size) {
 void Remap(MappedFile& file, int fd, int64_t size) {
   const size_t window = WindowFor(size);
   void* base = ::mmap(nullptr, window, PROT_READ, MAP_SHARED, fd, 0);
-  if (base == MAP_FAILED) return;
+  if (base == MAP_FAILED) {
+    file.refused = true;
+    return;
+  }
   if (file.base != nullptr) ::munmap(const_cast<unsigned char*>(file.base), file.window);
   file.base = static_cast<const unsigned char*>(base);
   file.window = window;
@@ -139,11 +145,11 @@ void Reached(int fd, int64_t end) {
     MappedFile* file = Find(registry, fd);
     if (file == nullptr) return;
     RaiseKnown(*file, end);
-    if (end <= static_cast<int64_t>(file->window)) return;
+    if (end <= static_cast<int64_t>(file->window) || file->refused) return;
   }
   std::unique_lock hold(registry.lock);
   MappedFile* file = Find(registry, fd);
-  if (file != nullptr && end > static_cast<int64_t>(file->window)) Remap(*file, fd, end);
+  if (file != nullptr && end > static_cast<int64_t>(file->window) && !file->refused) Remap(*file, fd, end);
 }
 
 bool Resize(int fd, int64_t size) {
@@ -157,7 +163,7 @@ bool Resize(int fd, int64_t size) {
   MappedFile* file = Find(registry, fd);
   if (file == nullptr) return true;
   file->known.store(size, std::memory_order_release);
-  if (size > static_cast<int64_t>(file->window)) Remap(*file, fd, size);
+  if (size > static_cast<int64_t>(file->window) && !file->refused) Remap(*file, fd, size);
   return true;
 }
 
