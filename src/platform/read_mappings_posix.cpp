@@ -26,6 +26,9 @@ namespace {
 // file's end so that the file can grow into it; a file that outgrows it is
 // mapped again, twice as wide. Narrow address spaces are left to pread.
 constexpr int64_t kMinWindow = int64_t{1} << 30;
+// Beyond this a file is read with pread: some file systems (tmpfs) take a
+// write at any offset, and the address space is not endless.
+constexpr int64_t kMaxWindow = int64_t{1} << 40;
 constexpr bool kWideAddresses = sizeof(void*) >= 8;
 // Small reads gain most: their cost is the system call. A long sequential
 // read through the mapping pays a page fault per few pages instead, which
@@ -60,9 +63,14 @@ Registry& TheRegistry() {
 
 size_t WindowFor(int64_t size) {
   static const int64_t page = ::sysconf(_SC_PAGESIZE);
-  int64_t window = std::max(kMinWindow, size * 2);
-  if (page > 0) window += page - window % page;
+  int64_t window = size >= kMaxWindow / 2 ? kMaxWindow : std::max(kMinWindow, size * 2);
+  if (page > 0) window = (window + page - 1) / page * page;
   return static_cast<size_t>(window);
+}
+
+// Whether reads reaching end want a wider mapping than file has, and may get one.
+bool Outgrown(const MappedFile& file, int64_t end) {
+  return end > static_cast<int64_t>(file.window) && static_cast<int64_t>(file.window) < kMaxWindow && !file.refused;
 }
 
 // Maps fd wide enough for size bytes in place of the current mapping. Called
@@ -145,11 +153,11 @@ void Reached(int fd, int64_t end) {
     MappedFile* file = Find(registry, fd);
     if (file == nullptr) return;
     RaiseKnown(*file, end);
-    if (end <= static_cast<int64_t>(file->window) || file->refused) return;
+    if (!Outgrown(*file, end)) return;
   }
   std::unique_lock hold(registry.lock);
   MappedFile* file = Find(registry, fd);
-  if (file != nullptr && end > static_cast<int64_t>(file->window) && !file->refused) Remap(*file, fd, end);
+  if (file != nullptr && Outgrown(*file, end)) Remap(*file, fd, end);
 }
 
 bool Resize(int fd, int64_t size) {
@@ -163,7 +171,7 @@ bool Resize(int fd, int64_t size) {
   MappedFile* file = Find(registry, fd);
   if (file == nullptr) return true;
   file->known.store(size, std::memory_order_release);
-  if (size > static_cast<int64_t>(file->window) && !file->refused) Remap(*file, fd, size);
+  if (Outgrown(*file, size)) Remap(*file, fd, size);
   return true;
 }
 

@@ -158,6 +158,30 @@ TEST(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
   EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), again);
 }
 
+// Some file systems (tmpfs) take a write at any offset below 2^63; what
+// follows such a write must still read back.
+TEST(SystemFiles, AWriteAtAFarOffsetReadsBack) {
+  const std::filesystem::path shm("/dev/shm");
+  std::error_code error;
+  if (!std::filesystem::is_directory(shm, error)) GTEST_SKIP() << "no memory file system here";
+  TempDir dir;  // for a name of this run's own
+  const std::string path = (shm / ("aostore-" + std::filesystem::path(dir.path()).filename().string())).string();
+  {
+    OpenFile file(path, true, Disposition::kOpenAlways);
+    ASSERT_TRUE(file.valid());
+    const Bytes near = Pattern(16, 4);
+    const Bytes distant = Pattern(8, 5);
+    const int64_t at = int64_t{1} << 62;
+    size_t done = 0;
+    ASSERT_TRUE(System().WriteAt(file.get(), near.data(), near.size(), 0, &done));
+    if (System().WriteAt(file.get(), distant.data(), distant.size(), at, &done)) {
+      EXPECT_EQ(ReadAt(file.get(), 8, at), distant);
+    }
+    EXPECT_EQ(ReadAt(file.get(), 16, 0), near);
+  }
+  System().Delete(path.c_str());
+}
+
 TEST(SystemFiles, DispositionsAndSharing) {
   TempDir dir;
   const std::string path = dir.File("opened.dat");
