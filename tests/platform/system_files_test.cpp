@@ -169,15 +169,15 @@ TEST(SystemFiles, AWriteAtAFarOffsetReadsBack) {
   {
     OpenFile file(path, true, Disposition::kOpenAlways);
     ASSERT_TRUE(file.valid());
-    const Bytes near = Pattern(16, 4);
+    const Bytes opening = Pattern(16, 4);
     const Bytes distant = Pattern(8, 5);
     const int64_t at = int64_t{1} << 62;
     size_t done = 0;
-    ASSERT_TRUE(System().WriteAt(file.get(), near.data(), near.size(), 0, &done));
+    ASSERT_TRUE(System().WriteAt(file.get(), opening.data(), opening.size(), 0, &done));
     if (System().WriteAt(file.get(), distant.data(), distant.size(), at, &done)) {
       EXPECT_EQ(ReadAt(file.get(), 8, at), distant);
     }
-    EXPECT_EQ(ReadAt(file.get(), 16, 0), near);
+    EXPECT_EQ(ReadAt(file.get(), 16, 0), opening);
   }
   System().Delete(path.c_str());
 }
