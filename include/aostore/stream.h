@@ -199,6 +199,9 @@ class AOSTORE_API aoStream {
   // Allocates a block; carried gives how many bytes of data may be written
   // with its header (data may be null) and receives how many were.
   int64_t AllocateBlock(int64_t previous, int64_t size, bool first, const unsigned char* data, int64_t& carried);
+  // How many of the remaining bytes of a write may go out with a new block's
+  // header: as many as the next round would write into it.
+  int64_t CarryLimit(int64_t remaining) const;
   // Write, also telling where its first bytes landed (and how they split
   // over a block boundary within the first `span` bytes).
   int64_t WriteChunks(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition, int64_t span,

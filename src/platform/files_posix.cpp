@@ -39,7 +39,7 @@ class PosixFiles final : public FileApi {
       ::close(fd);
       return kInvalidFile;
     }
-    read_mappings::Track(fd);
+    read_mappings::Track(fd, info);
     // Cut after the descriptor is known: another descriptor of the file may
     // be copying out of the part that goes.
     if (disposition == Disposition::kTruncateExisting && !read_mappings::Resize(fd, 0)) {

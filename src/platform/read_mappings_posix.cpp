@@ -100,10 +100,8 @@ void RaiseKnown(MappedFile& file, int64_t end) {
 
 }  // namespace
 
-void Track(int fd) {
-  if (!kWideAddresses) return;
-  struct stat info {};
-  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return;
+void Track(int fd, const struct stat& info) {
+  if (!kWideAddresses || !S_ISREG(info.st_mode)) return;
   PrepareMappedCopies();
   Registry& registry = TheRegistry();
   std::unique_lock hold(registry.lock);

@@ -7,13 +7,15 @@
 #ifndef AOSTORE_PLATFORM_READ_MAPPINGS_POSIX_H
 #define AOSTORE_PLATFORM_READ_MAPPINGS_POSIX_H
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 
 namespace ao::platform::read_mappings {
 
-// Starts serving reads of a descriptor just opened on a regular file.
-void Track(int fd);
+// Starts serving reads of a descriptor just opened; info is its fstat.
+void Track(int fd, const struct stat& info);
 // Stops, before the descriptor closes.
 void Forget(int fd);
 // True when all count bytes at offset were copied out of the mapping; false

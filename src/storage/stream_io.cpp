@@ -319,6 +319,10 @@ int64_t aoStream::AllocateNextBlock(int64_t previous, int64_t size) {
 
 // ---- Writing.
 
+int64_t aoStream::CarryLimit(int64_t remaining) const {
+  return std::clamp<int64_t>(std::min(remaining, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
+}
+
 int64_t aoStream::Write(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition) {
   return WriteChunks(buffer, count, setEnd, filePosition, 0, nullptr);
 }
@@ -329,20 +333,23 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
   const auto* source = static_cast<const unsigned char*>(buffer);
   int64_t remaining = count;
   int64_t total = 0;
+  // Bytes that went out with a new block's header are written.
+  auto advance = [&](int64_t carried) {
+    m_dataPos += carried;
+    total += carried;
+    source += carried;
+    remaining -= carried;
+  };
   if (m_curBlock == 0) {
     // The first bytes (as many as the first round would write into the new
     // tail block) go out with its header.
-    int64_t carried =
-        std::clamp<int64_t>(std::min(count, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
+    int64_t carried = CarryLimit(count);
     const int64_t block = AllocateBlock(0, 0, true, source, carried);
     if (block == 0) return -1;
     EnterNewBlock(block, 0, BlockCapacity(0, true), carried);
     if (carried > 0) {
       NoteFirstBytes(block + HeaderLength(), carried, count, span, filePosition, where);
-      m_dataPos += carried;
-      total = carried;
-      source += carried;
-      remaining -= carried;
+      advance(carried);
       if (setEnd || m_dataPos > m_header.dataLength) {
         m_header.dataLength = m_dataPos;
         m_header.lastBlock = block;
@@ -414,15 +421,12 @@ int64_t aoStream::WriteChunks(const void* buffer, int64_t count, bool setEnd, in
     const int64_t requested = remaining;
     if (remaining > 0 && m_blockNext == 0) {
       // As much as the next round would write into the new (tail) block.
-      carried = std::clamp<int64_t>(std::min(remaining, aoStorage::g_iMaxCompStmSize - m_dataPos), 0, kMaxTransfer - 1);
+      carried = CarryLimit(remaining);
       allocated = AllocateBlock(m_curBlock, remaining, false, source, carried);
       m_blockNext = allocated;
       if (carried > 0) {
         if (total == 0) NoteFirstBytes(allocated + HeaderLength(), carried, remaining, span, filePosition, where);
-        m_dataPos += carried;
-        total += carried;
-        source += carried;
-        remaining -= carried;
+        advance(carried);
       }
     }
     // A pure overwrite (no truncation, inside the block's and the stream's
