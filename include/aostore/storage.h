@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ class CCompRecorder;
 struct t_FileRef;
 namespace ao {
 struct StorageInternals;
+class PageRewrites;
 }
 
 // A container: a host file (or an in-memory image of it) holding a tree of
@@ -145,8 +147,9 @@ class AOSTORE_API aoStorage {
   int64_t SetFilePointer(ao::FileHandle file, int64_t distance, uint32_t method);
   bool WriteStreamHeader(int64_t offset, t_aoStreamU& header);
 
-  // Writes count bytes at the current host-file position (file mode only).
-  bool WriteAtPosition(const void* buffer, int64_t count);
+  // Rewrites count bytes of the host file at offset (file mode only), under
+  // the storage lock.
+  bool WriteInPlace(int64_t offset, const void* bytes, int64_t count);
   // Positioned read from the file or the image; false when it cannot be had.
   bool ReadAtFile(int64_t offset, void* buffer, int64_t count);
   struct FreeSlot;
@@ -191,6 +194,8 @@ class AOSTORE_API aoStorage {
   int64_t m_imagePos = 0;
   char m_version = '2';
   int64_t m_filePos = 0;  // this object's own host-file position
+  // Root records and table links this object rewrites, made on first use.
+  std::unique_ptr<ao::PageRewrites> m_rewrites;
   int m_sortingEnabled = 0;
   int m_sortMode = 0;
 };

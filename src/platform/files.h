@@ -64,6 +64,11 @@ class FileApi {
 // system could not back the view's pages (the file was cut short elsewhere,
 // or the disk failed to deliver them), and the caller then uses plain I/O.
 bool CopyWithMapping(void* to, const void* from, size_t count);
+// Stores bytes into such a view so that a process killed at any moment
+// leaves every field of up to 16 bytes that starts on a multiple of its own
+// size from `to` wholly old or wholly new, even across a page: a write call
+// may be cut between pages. False as for CopyWithMapping.
+bool StoreToView(void* to, const void* from, size_t count);
 
 // The backend in use: the operating system's unless a test installed another.
 FileApi& Files();

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/files.h"
+#include "platform/piece_store.h"
 
 namespace ao::platform {
 namespace {
@@ -131,6 +132,11 @@ class Win32Files final : public FileApi {
 // This backend maps nothing, so no view can fault.
 bool CopyWithMapping(void* to, const void* from, size_t count) {
   std::memcpy(to, from, count);
+  return true;
+}
+
+bool StoreToView(void* to, const void* from, size_t count) {
+  StoreInPieces(to, from, count);
   return true;
 }
 

@@ -15,6 +15,7 @@
 
 #include "platform/files.h"
 #include "platform/mapped_copy_posix.h"
+#include "platform/piece_store.h"
 
 namespace ao::platform {
 namespace {
@@ -67,15 +68,29 @@ void PrepareMappedCopies() {
   });
 }
 
-bool CopyWithMapping(void* to, const void* from, size_t count) {
+namespace {
+
+// Runs a copy that touches a mapping; false when the mapping faulted.
+template <typename Copy>
+bool Guarded(const Copy& copy) {
   sigjmp_buf landing;
   if (sigsetjmp(landing, 0) != 0) return false;
   t_landing = &landing;
   std::atomic_signal_fence(std::memory_order_seq_cst);
-  std::memcpy(to, from, count);
+  copy();
   std::atomic_signal_fence(std::memory_order_seq_cst);
   t_landing = nullptr;
   return true;
+}
+
+}  // namespace
+
+bool CopyWithMapping(void* to, const void* from, size_t count) {
+  return Guarded([&] { std::memcpy(to, from, count); });
+}
+
+bool StoreToView(void* to, const void* from, size_t count) {
+  return Guarded([&] { StoreInPieces(to, from, count); });
 }
 
 }  // namespace ao::platform

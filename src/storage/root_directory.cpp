@@ -142,7 +142,7 @@ bool aoStorage::AppendRootTable(int64_t previousTable, FreeSlot& slot) {
   unsigned char link[8];
   format::PutWide(link, end, m_b64);
   if (!platform::WriteFully(m_file, table.data(), size, end) ||
-      !platform::WriteFully(m_file, link, format::OffsetSize(m_b64), previousTable + 8))
+      !WriteInPlace(previousTable + 8, link, format::OffsetSize(m_b64)))
     return false;
   // No block written before the new table counts as the tail block any more.
   m_tail = end + size;
@@ -356,9 +356,8 @@ bool aoStorage::RemoveStream(const char* name) {
 int aoStorage::RenameStreamHeaderName(int64_t recordOffset, char* name, uint32_t length) {
   // Only the name field may change: a longer write would reach other fields.
   if (name == nullptr || length > static_cast<uint32_t>(kAoNameFieldSize) || m_inMemory) return 0;
-  m_filePos = recordOffset + format::kRecordNameOffset;
   ao::StorageLockGuard guard(*this);
-  if (!WriteAtPosition(name, length)) return 0;
+  if (!WriteInPlace(recordOffset + format::kRecordNameOffset, name, length)) return 0;
   if (length > 0 && m_fileRef != nullptr)
     m_fileRef->tables.NoteRecordWritten(recordOffset, name[0] != '\0', TableHeaderSize(), RecordSize());
   return 1;

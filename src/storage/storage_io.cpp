@@ -7,6 +7,7 @@
 #include "platform/files.h"
 #include "storage/file_ref.h"
 #include "storage/format.h"
+#include "storage/page_rewrites.h"
 #include "storage/positioning.h"
 
 namespace platform = ao::platform;
@@ -43,10 +44,12 @@ int64_t aoStorage::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_
   return ao::MoveFilePosition(m_filePos, file, distance, method);
 }
 
-bool aoStorage::WriteAtPosition(const void* buffer, int64_t count) {
+bool aoStorage::WriteInPlace(int64_t offset, const void* bytes, int64_t count) {
   if (m_inMemory || m_file == ao::kInvalidFile) return false;
-  if (!platform::WriteFully(m_file, buffer, count, m_filePos)) return false;
-  m_filePos += count;
+  const bool stored = m_fileRef != nullptr && count <= ao::PageRewrites::kMaxSmall &&
+                      ao::PageRewrites::StoreSmall(m_rewrites, m_file, m_fileRef->truncations, offset, bytes, count);
+  if (!stored && !platform::WriteFully(m_file, bytes, count, offset)) return false;
+  m_filePos = offset + count;
   return true;
 }
 
@@ -54,9 +57,8 @@ bool aoStorage::WriteStreamHeader(int64_t offset, t_aoStreamU& header) {
   if (m_inMemory) return false;  // an in-memory image is never written
   unsigned char bytes[92];
   format::EncodeRecord(header, m_b64, bytes);
-  m_filePos = offset;
   Lock();
-  const bool written = WriteAtPosition(bytes, RecordSize());
+  const bool written = WriteInPlace(offset, bytes, RecordSize());
   if (written && m_fileRef != nullptr)
     m_fileRef->tables.NoteRecordWritten(offset, header.name[0] != '\0', TableHeaderSize(), RecordSize());
   Unlock();

@@ -11,6 +11,7 @@
 #include "platform/memory.h"
 #include "storage/file_ref.h"
 #include "storage/format.h"
+#include "storage/page_rewrites.h"
 
 using ao::FileHandle;
 using ao::kInvalidFile;

@@ -22,9 +22,6 @@ namespace {
 constexpr int64_t kMaxTransfer = 0x80000000LL;
 // With an in-memory image, one stream read moves at most this much.
 constexpr int64_t kMaxImageRead = 0x3F000000LL;
-// Writes up to this size are headers, records and counts: the ones that
-// repeat at the same place.
-constexpr int64_t kMaxRewrite = 92;
 // A read that reaches a new block takes up to this much data with its header.
 constexpr int64_t kMaxReadWithHeader = 0x10000;
 
@@ -94,10 +91,9 @@ bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioE
 bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   if (m_storage == nullptr || m_storage->m_inMemory || offset <= 0) return false;
   t_FileRef* shared = ao::StorageInternals::FileRef(*m_storage);
-  if (count <= kMaxRewrite && shared != nullptr) {
-    if (m_rewrites == nullptr) m_rewrites = std::make_unique<ao::PageRewrites>();
+  if (shared != nullptr && count <= ao::PageRewrites::kMaxSmall) {
     Lock();
-    const bool stored = m_rewrites->Store(m_file, shared->truncations, offset, buffer, static_cast<size_t>(count));
+    const bool stored = ao::PageRewrites::StoreSmall(m_rewrites, m_file, shared->truncations, offset, buffer, count);
     Unlock();
     if (stored) {
       m_filePos = offset + count;
