@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,7 +17,6 @@ class CCompRecorder;
 struct t_FileRef;
 namespace ao {
 struct StorageInternals;
-class PageRewrites;
 }
 
 // A container: a host file (or an in-memory image of it) holding a tree of
@@ -194,8 +192,6 @@ class AOSTORE_API aoStorage {
   int64_t m_imagePos = 0;
   char m_version = '2';
   int64_t m_filePos = 0;  // this object's own host-file position
-  // Root records and table links this object rewrites, made on first use.
-  std::unique_ptr<ao::PageRewrites> m_rewrites;
   int m_sortingEnabled = 0;
   int m_sortMode = 0;
 };

@@ -16,7 +16,6 @@ class aoStorage;
 namespace ao {
 struct StreamInternals;
 struct FolderLayout;
-class PageRewrites;
 class FolderScanner;
 class ChildIndex;
 }
@@ -232,8 +231,6 @@ class AOSTORE_API aoStream {
 
   // Where this folder's data blocks lie, kept between scans of its records.
   std::shared_ptr<ao::FolderLayout> m_layout;
-  // Pages this stream keeps rewriting, made on first use.
-  std::unique_ptr<ao::PageRewrites> m_rewrites;
 
  protected:
   ao::FileHandle m_file = ao::kInvalidFile;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "aostore/map_sort.h"
+#include "storage/page_rewrites.h"
 
 namespace ao {
 
@@ -57,9 +58,8 @@ struct t_FileRef {
   CMapStringToStreamOffset rootMap;
   int mapCount = 0;
   ao::RootTables tables;
-  // How often Create cut the file while containers had it open: pages they
-  // mapped may no longer be part of the file. Changed under the lock.
-  uint64_t truncations = 0;
+  // Pages of the file that small writes keep landing in, under the lock.
+  ao::PageRewrites rewrites;
 };
 
 namespace ao {

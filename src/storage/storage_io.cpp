@@ -7,7 +7,6 @@
 #include "platform/files.h"
 #include "storage/file_ref.h"
 #include "storage/format.h"
-#include "storage/page_rewrites.h"
 #include "storage/positioning.h"
 
 namespace platform = ao::platform;
@@ -46,8 +45,7 @@ int64_t aoStorage::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_
 
 bool aoStorage::WriteInPlace(int64_t offset, const void* bytes, int64_t count) {
   if (m_inMemory || m_file == ao::kInvalidFile) return false;
-  const bool stored = m_fileRef != nullptr && count <= ao::PageRewrites::kMaxSmall &&
-                      ao::PageRewrites::StoreSmall(m_rewrites, m_file, m_fileRef->truncations, offset, bytes, count);
+  const bool stored = m_fileRef != nullptr && m_fileRef->rewrites.Store(m_file, offset, bytes, count);
   if (!stored && !platform::WriteFully(m_file, bytes, count, offset)) return false;
   m_filePos = offset + count;
   return true;

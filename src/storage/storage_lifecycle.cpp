@@ -11,7 +11,6 @@
 #include "platform/memory.h"
 #include "storage/file_ref.h"
 #include "storage/format.h"
-#include "storage/page_rewrites.h"
 
 using ao::FileHandle;
 using ao::kInvalidFile;
@@ -81,13 +80,13 @@ aoStorage* aoStorage::Create(const char* path, uint32_t flags, uint32_t minBlock
   (void)flags;  // the host file is always opened for reading and writing here
   if (!PathFits(path)) return nullptr;
   std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
-  // Containers open on the path stop storing into pages they mapped before
-  // the file is cut under them.
+  // Containers open on the path stop storing into pages mapped before the
+  // file is cut under them.
   std::unique_lock<std::recursive_mutex> cut;
   const auto open = ao::Registry().map.find(path);
   if (open != ao::Registry().map.end()) {
     cut = std::unique_lock<std::recursive_mutex>(open->second->lock);
-    ++open->second->truncations;
+    open->second->rewrites.Forget();
   }
   FileHandle file = platform::Files().Open(path, true, platform::Disposition::kTruncateExisting);
   if (file == kInvalidFile) file = platform::Files().Open(path, true, platform::Disposition::kOpenAlways);

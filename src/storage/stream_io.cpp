@@ -93,7 +93,7 @@ bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   t_FileRef* shared = ao::StorageInternals::FileRef(*m_storage);
   if (shared != nullptr && count <= ao::PageRewrites::kMaxSmall) {
     Lock();
-    const bool stored = ao::PageRewrites::StoreSmall(m_rewrites, m_file, shared->truncations, offset, buffer, count);
+    const bool stored = shared->rewrites.Store(m_file, offset, buffer, count);
     Unlock();
     if (stored) {
       m_filePos = offset + count;
