@@ -6,14 +6,16 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
 #include "aostore/types.h"
 
-// The sorted view holds shared references to the entries, so that an entry
-// removed after a sort stays readable through the view until the next sort.
+// Each entry lives in the hash table's own node, found by one probe with no
+// further indirection. The sorted view points at those nodes; an entry
+// removed or replaced after a sort keeps its node (set aside) so that it
+// stays readable through the view until the next sort.
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 class CMapSort {
  public:
@@ -23,80 +25,87 @@ class CMapSort {
   };
   using Assoc = MAP_SORT_STRUCT;
 
-  CMapSort() { map_.reserve(17); }
+  CMapSort() { entries_.reserve(17); }
   CMapSort(const CMapSort& other) : sortMode_(other.sortMode_) {
-    map_.reserve(other.map_.size());
-    for (const auto& [key, assoc] : other.map_) {
-      auto copy = std::make_shared<Assoc>(*assoc);
-      live_.insert(copy.get());
-      map_.emplace(key, std::move(copy));
-    }
+    Reserve(other.entries_.size());
+    for (const Entry& entry : other.entries_) Insert(entry.assoc);
   }
   CMapSort& operator=(const CMapSort&) = delete;
   virtual ~CMapSort() = default;
 
   // Inserts or replaces; the sorted view no longer reflects the map.
   void SetAt(ARG_KEY key, ARG_VALUE value) {
-    // One look-up finds the entry or makes its place.
-    auto [found, inserted] = map_.try_emplace(KEY(key));
     sortedValid_ = 0;
-    if (!inserted && found->second.use_count() == 1) {
-      found->second->value = value;
+    auto found = entries_.find(std::string_view(key));
+    if (found == entries_.end()) {
+      Insert(Assoc{KEY(key), value});
       return;
     }
+    if (!found->inSortedView) {
+      Writable(*found).assoc.value = value;
+      return;
+    }
+    // The sorted view goes on showing the old value until the next sort.
+    retired_.reserve(retired_.size() + 1);
+    auto old = entries_.extract(found);
+    live_.erase(&old.value().assoc);
     try {
-      auto fresh = std::make_shared<Assoc>(Assoc{found->first, value});
-      live_.insert(fresh.get());
-      if (!inserted) live_.erase(found->second.get());
-      found->second = std::move(fresh);
+      Insert(Assoc{KEY(key), value});
     } catch (...) {
-      if (inserted) map_.erase(found);
+      live_.insert(&old.value().assoc);
+      entries_.insert(std::move(old));
       throw;
     }
+    retired_.push_back(std::move(old));
   }
   bool Lookup(ARG_KEY key, VALUE& out) const {
-    auto found = map_.find(key);
-    if (found == map_.end()) return false;
-    out = found->second->value;
+    auto found = entries_.find(std::string_view(key));
+    if (found == entries_.end()) return false;
+    out = found->assoc.value;
     return true;
   }
   bool Contains(const Assoc* assoc) const { return assoc != nullptr && live_.count(assoc) != 0; }
   const Assoc* Find(ARG_KEY key) const {
-    auto found = map_.find(key);
-    return found == map_.end() ? nullptr : found->second.get();
+    auto found = entries_.find(std::string_view(key));
+    return found == entries_.end() ? nullptr : &found->assoc;
   }
-  // Removal leaves the sorted view as it is (it keeps the entry alive).
+  // Removal leaves the sorted view as it is (the entry stays readable there).
   bool RemoveKey(ARG_KEY key) {
-    auto found = map_.find(key);
-    if (found == map_.end()) return false;
-    live_.erase(found->second.get());
-    map_.erase(found);
-    if (map_.empty()) RemoveAll();
+    auto found = entries_.find(std::string_view(key));
+    if (found == entries_.end()) return false;
+    live_.erase(&found->assoc);
+    if (found->inSortedView) {
+      retired_.push_back(entries_.extract(found));
+    } else {
+      entries_.erase(found);
+    }
+    if (entries_.empty()) RemoveAll();
     return true;
   }
   void RemoveAll() {
-    map_.clear();
+    entries_.clear();
     live_.clear();
     sorted_.clear();
+    retired_.clear();
     sortedValid_ = 0;
   }
-  int GetCount() const { return static_cast<int>(map_.size()); }
+  int GetCount() const { return static_cast<int>(entries_.size()); }
   // Room for count entries, so that filling the map moves none of them.
   void Reserve(size_t count) {
-    map_.reserve(count);
+    entries_.reserve(count);
     live_.reserve(count);
   }
-  bool IsEmpty() const { return map_.empty(); }
+  bool IsEmpty() const { return entries_.empty(); }
 
   // Bucket-order walk. GetNextAssoc returns null after the last entry, and
   // for an association that is no longer in the map.
-  const Assoc* GetFirstAssoc() const { return map_.empty() ? nullptr : map_.begin()->second.get(); }
+  const Assoc* GetFirstAssoc() const { return entries_.empty() ? nullptr : &entries_.begin()->assoc; }
   const Assoc* GetNextAssoc(const Assoc* current) const {
     if (current == nullptr || live_.count(current) == 0) return nullptr;
-    auto found = map_.find(current->key);
-    if (found == map_.end() || found->second.get() != current) return nullptr;
+    auto found = entries_.find(std::string_view(NameOf(current->key)));
+    if (found == entries_.end() || &found->assoc != current) return nullptr;
     ++found;
-    return found == map_.end() ? nullptr : found->second.get();
+    return found == entries_.end() ? nullptr : &found->assoc;
   }
 
   // 0 ascending, 1 descending; a change invalidates the sorted view.
@@ -107,12 +116,19 @@ class CMapSort {
   int GetSortMode() const { return sortMode_; }
   int IsSortedValid() const { return sortedValid_; }
   void Sort() {
-    if (!sortedValid_) sorted_.clear();
+    if (!sortedValid_ && !sorted_.empty()) {
+      for (const Entry& entry : entries_) Writable(entry).inSortedView = false;
+      sorted_.clear();
+      retired_.clear();
+    }
     if (sorted_.empty()) {
-      sorted_.reserve(map_.size());
-      for (const auto& entry : map_) sorted_.push_back(entry.second);
+      sorted_.reserve(entries_.size());
+      for (const Entry& entry : entries_) {
+        Writable(entry).inSortedView = true;
+        sorted_.push_back(&entry.assoc);
+      }
       const bool descending = sortMode_ == 1;
-      std::sort(sorted_.begin(), sorted_.end(), [descending](const auto& a, const auto& b) {
+      std::sort(sorted_.begin(), sorted_.end(), [descending](const Assoc* a, const Assoc* b) {
         const int order = std::strcmp(NameOf(a->key), NameOf(b->key));
         return descending ? order > 0 : order < 0;
       });
@@ -123,15 +139,51 @@ class CMapSort {
   // Null for an index outside the sorted view.
   const Assoc* GetSortedAt(int index) const {
     if (index < 0 || index >= static_cast<int>(sorted_.size())) return nullptr;
-    return sorted_[static_cast<size_t>(index)].get();
+    return sorted_[static_cast<size_t>(index)];
   }
 
  private:
-  static const char* NameOf(const std::string& key) { return key.c_str(); }
+  struct Entry {
+    Assoc assoc;
+    bool inSortedView = false;  // sorted_ points at assoc
+  };
+  // Entries are found by their key's bytes, so a look-up makes no string.
+  struct KeyHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
+    size_t operator()(const Entry& entry) const { return (*this)(std::string_view(NameOf(entry.assoc.key))); }
+  };
+  struct KeyEqual {
+    using is_transparent = void;
+    static std::string_view Key(std::string_view key) { return key; }
+    static std::string_view Key(const Entry& entry) { return NameOf(entry.assoc.key); }
+    template <class A, class B>
+    bool operator()(const A& a, const B& b) const {
+      return Key(a) == Key(b);
+    }
+  };
+  using Entries = std::unordered_set<Entry, KeyHash, KeyEqual>;
 
-  std::unordered_map<KEY, std::shared_ptr<Assoc>> map_;
-  std::unordered_set<const Assoc*> live_;  // the associations in map_
-  std::vector<std::shared_ptr<Assoc>> sorted_;
+  static const char* NameOf(const std::string& key) { return key.c_str(); }
+  // A set hands out its elements as constant; only the parts that take no
+  // part in hashing or comparing are changed through this.
+  static Entry& Writable(const Entry& entry) { return const_cast<Entry&>(entry); }
+  void Insert(Assoc assoc) {
+    auto [placed, inserted] = entries_.insert(Entry{std::move(assoc)});
+    (void)inserted;
+    try {
+      live_.insert(&placed->assoc);
+    } catch (...) {
+      entries_.erase(placed);
+      throw;
+    }
+  }
+
+  Entries entries_;
+  std::unordered_set<const Assoc*> live_;  // the associations in entries_
+  std::vector<const Assoc*> sorted_;
+  // Entries removed or replaced while the sorted view showed them.
+  std::vector<typename Entries::node_type> retired_;
   int sortedValid_ = 0;
   int sortMode_ = 0;
 };
