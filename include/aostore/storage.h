@@ -4,12 +4,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <string>
 #include <vector>
 
 #include "aostore/export.h"
 #include "aostore/map_sort.h"
+#include "aostore/open_stream_list.h"
 #include "aostore/types.h"
 
 class aoStream;
@@ -179,7 +179,7 @@ class AOSTORE_API aoStorage {
   uint16_t m_reservedSlots = 6;
   int64_t m_headerLength = 32;
   int64_t m_tail = 0;
-  std::list<t_OpenStream*> m_openStreams;
+  ao::OpenStreamList m_openStreams;
   std::vector<std::string> m_names;
   CCompRecorder* m_recorder = nullptr;
   CMapStringToStreamOffset* m_snapshot = nullptr;

@@ -3,13 +3,13 @@
 #define AOSTORE_STREAM_H
 
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "aostore/export.h"
 #include "aostore/map_sort.h"
+#include "aostore/open_stream_list.h"
 #include "aostore/types.h"
 
 class aoStorage;
@@ -249,7 +249,7 @@ class AOSTORE_API aoStream {
   int64_t m_posInBlock = 0;
   int64_t m_dataPos = 0;
   uint32_t m_childCount = 0;
-  std::list<t_OpenStream*> m_openChildren;
+  ao::OpenStreamList m_openChildren;
   CMapStringToStreamWithOffset* m_preloaded = nullptr;
   int m_sortingEnabled = 0;
   int m_sortMode = 0;

@@ -373,30 +373,11 @@ uint32_t aoStorage::GetSubfolderCount(const char* name) {
 
 t_OpenStream* aoStorage::IsStreamOpen(const char* name) {
   if (name == nullptr || name[0] == '\0') return nullptr;
-  for (t_OpenStream* open : m_openStreams)
-    if (open->name == name) return open;
-  return nullptr;
+  return m_openStreams.Find(name);
 }
 
 t_OpenStream* aoStorage::AddNewOpenStream(const char* name, uint32_t mode) {
-  auto* open = new t_OpenStream{name != nullptr ? name : "", 1, mode};
-  m_openStreams.push_back(open);
-  return open;
+  return m_openStreams.Add(name != nullptr ? name : "", mode);
 }
 
-int aoStorage::CloseStream(const char* name) {
-  if (name == nullptr) return -1;
-  for (auto it = m_openStreams.begin(); it != m_openStreams.end(); ++it) {
-    t_OpenStream* open = *it;
-    if (open->name != name) continue;
-    const int before = static_cast<int>(open->count);
-    if (open->count <= 1) {
-      m_openStreams.erase(it);
-      delete open;
-    } else {
-      --open->count;
-    }
-    return before;
-  }
-  return -1;
-}
+int aoStorage::CloseStream(const char* name) { return name == nullptr ? -1 : m_openStreams.Close(name); }

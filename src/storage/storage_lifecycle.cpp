@@ -73,7 +73,6 @@ aoStorage::~aoStorage() {
     }
   }
   delete m_snapshot;
-  for (t_OpenStream* open : m_openStreams) delete open;
 }
 
 aoStorage* aoStorage::Create(const char* path, uint32_t flags, uint32_t minBlockCapacity) {

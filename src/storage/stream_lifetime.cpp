@@ -2,11 +2,9 @@
 #include "aostore/recorder.h"
 #include "aostore/storage.h"
 #include "aostore/stream.h"
-#include "storage/page_rewrites.h"
 
 aoStream::~aoStream() {
   delete m_preloaded;
-  for (t_OpenStream* open : m_openChildren) delete open;
 }
 
 int aoStream::Release() {

@@ -1,5 +1,6 @@
 // The root directory: slots and tables, the name map shared by every object
-// on a path, the open-stream list's sharing rule, and the enumerations.
+// on a path, the open-stream list and its sharing rule, and the
+// enumerations.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -155,6 +156,41 @@ TEST_F(RootDirectory, TheFirstOpenersModeDecidesSharing) {
   EXPECT_EQ(shareRead->Release(), 1);
   EXPECT_EQ(storage_->IsStreamOpen("x"), nullptr);
   EXPECT_EQ(storage_->CloseStream("x"), -1);
+}
+
+TEST_F(RootDirectory, TheOpenListFindsAndClosesTheEarliestEntryOfAName) {
+  // Entries are added without looking, so a name may be listed twice.
+  t_OpenStream* first = storage_->AddNewOpenStream("n", kAoRead);
+  t_OpenStream* second = storage_->AddNewOpenStream("n", kAoModeEdit);
+  EXPECT_EQ(storage_->IsStreamOpen("n"), first);
+  first->count = 2;
+  EXPECT_EQ(storage_->CloseStream("n"), 2);
+  EXPECT_EQ(storage_->IsStreamOpen("n"), first);
+  EXPECT_EQ(storage_->CloseStream("n"), 1);
+  EXPECT_EQ(storage_->IsStreamOpen("n"), second);
+  EXPECT_EQ(storage_->CloseStream("n"), 1);
+  EXPECT_EQ(storage_->IsStreamOpen("n"), nullptr);
+  // Unnamed entries are listed and closed, never found.
+  ASSERT_NE(storage_->AddNewOpenStream(nullptr, 0), nullptr);
+  EXPECT_EQ(storage_->IsStreamOpen(""), nullptr);
+  EXPECT_EQ(storage_->CloseStream(""), 1);
+  EXPECT_EQ(storage_->CloseStream(""), -1);
+
+  // Thousands of streams open at once, each twice, keep their own counts.
+  constexpr int kStreams = 3000;
+  std::vector<aoStream*> open;
+  for (int i = 0; i < kStreams; ++i) {
+    const std::string name = "s" + std::to_string(i);
+    Make(name);
+    for (int twice = 0; twice < 2; ++twice) {
+      open.push_back(storage_->OpenStream(name.c_str(), kAoRead));
+      ASSERT_NE(open.back(), nullptr);
+    }
+  }
+  EXPECT_EQ(storage_->IsStreamOpen("s1234")->count, 2u);
+  for (aoStream* stream : open) stream->Release();
+  EXPECT_EQ(storage_->IsStreamOpen("s1234"), nullptr);
+  EXPECT_EQ(storage_->IsStreamOpen("s0"), nullptr);
 }
 
 TEST_F(RootDirectory, SortedEnumerationIsByteOrderAndTheSortedListDescends) {
