@@ -42,6 +42,10 @@ bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, int
   return end <= page.mappedEnd && StoreInto(page, offset, bytes, count);
 }
 
+bool PageRewrites::Write(FileHandle file, int64_t offset, const void* bytes, int64_t count) {
+  return Store(file, offset, bytes, count) || platform::WriteFully(file, bytes, count, offset);
+}
+
 bool PageRewrites::StoreInto(Page& page, int64_t offset, const void* bytes, int64_t count) {
   if (platform::StoreToView(page.view.base + (offset - page.view.offset), bytes, static_cast<size_t>(count)))
     return true;

@@ -39,6 +39,8 @@ class PageRewrites {
   // was mapped, or no mapping available). file: any descriptor of the path
   // open for writing.
   bool Store(FileHandle file, int64_t offset, const void* bytes, int64_t count);
+  // Store, or a write call where Store declines; false when neither worked.
+  bool Write(FileHandle file, int64_t offset, const void* bytes, int64_t count);
   // Drops every view: the file is about to be cut, and pages mapped before
   // may no longer be part of it.
   void Forget();

@@ -45,8 +45,9 @@ int64_t aoStorage::SetFilePointer(ao::FileHandle file, int64_t distance, uint32_
 
 bool aoStorage::WriteInPlace(int64_t offset, const void* bytes, int64_t count) {
   if (m_inMemory || m_file == ao::kInvalidFile) return false;
-  const bool stored = m_fileRef != nullptr && m_fileRef->rewrites.Store(m_file, offset, bytes, count);
-  if (!stored && !platform::WriteFully(m_file, bytes, count, offset)) return false;
+  const bool written = m_fileRef != nullptr ? m_fileRef->rewrites.Write(m_file, offset, bytes, count)
+                                            : platform::WriteFully(m_file, bytes, count, offset);
+  if (!written) return false;
   m_filePos = offset + count;
   return true;
 }

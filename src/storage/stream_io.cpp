@@ -91,16 +91,15 @@ bool aoStream::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool* ioE
 bool aoStream::WriteAtFile(int64_t offset, const void* buffer, int64_t count) {
   if (m_storage == nullptr || m_storage->m_inMemory || offset <= 0) return false;
   t_FileRef* shared = ao::StorageInternals::FileRef(*m_storage);
+  bool written;
   if (shared != nullptr && count <= ao::PageRewrites::kMaxSmall) {
     Lock();
-    const bool stored = shared->rewrites.Store(m_file, offset, buffer, count);
+    written = shared->rewrites.Write(m_file, offset, buffer, count);
     Unlock();
-    if (stored) {
-      m_filePos = offset + count;
-      return true;
-    }
+  } else {
+    written = platform::WriteFully(m_file, buffer, count, offset);
   }
-  if (!platform::WriteFully(m_file, buffer, count, offset)) return false;
+  if (!written) return false;
   m_filePos = offset + count;
   return true;
 }

@@ -1,8 +1,7 @@
-// The name map on its own: what its sorted view and its bucket walk show
-// while entries come, change and go.
+// The name map on its own: what its sorted view shows while entries come,
+// change and go.
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 
 #include "aostore/map_sort.h"
@@ -62,28 +61,6 @@ TEST(NameMap, TheSortedViewKeepsWhatItShowedUntilTheNextSort) {
   EXPECT_EQ(map.GetSortedCount(), 3);
   EXPECT_TRUE(map.RemoveKey("d"));
   EXPECT_EQ(map.GetSortedCount(), 0);
-}
-
-TEST(NameMap, TheBucketWalkVisitsEachEntryOnceAndStopsAtARemovedOne) {
-  CMapStringToStreamOffset map;
-  for (int i = 0; i < 500; ++i) map.SetAt(("name" + std::to_string(i)).c_str(), At(i));
-  std::set<std::string> seen;
-  for (const auto* assoc = map.GetFirstAssoc(); assoc != nullptr; assoc = map.GetNextAssoc(assoc))
-    EXPECT_TRUE(seen.insert(assoc->key).second) << assoc->key;
-  EXPECT_EQ(seen.size(), 500u);
-
-  const auto* first = map.GetFirstAssoc();
-  const std::string name = first->key;
-  ASSERT_TRUE(map.RemoveKey(name.c_str()));
-  EXPECT_EQ(map.GetNextAssoc(first), nullptr);
-
-  // A copy is a map of its own.
-  CMapStringToStreamOffset copy(map);
-  EXPECT_EQ(copy.GetCount(), 499);
-  map.RemoveAll();
-  EXPECT_TRUE(map.IsEmpty());
-  tag_aoStreamOffset found;
-  EXPECT_TRUE(copy.Lookup("name7", found) || name == "name7");
 }
 
 }  // namespace
