@@ -8,14 +8,16 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "aostore/types.h"
 
-// Each entry lives in the hash table's own node, found by one probe with no
-// further indirection. The sorted view points at those nodes; an entry
-// removed or replaced after a sort keeps its node (set aside) so that it
-// stays readable through the view until the next sort.
+// Each entry is allocated once and found through an open-addressed table of
+// (hash, entry) slots: a look-up reads one slot and the entry it names, where
+// a chained table would also walk its bucket's list. The sorted view points
+// at the entries; an entry removed or replaced after a sort is set aside, not
+// freed, so that it stays readable through the view until the next sort.
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 class CMapSort {
  public:
@@ -25,10 +27,11 @@ class CMapSort {
   };
   using Assoc = MAP_SORT_STRUCT;
 
-  CMapSort() { entries_.reserve(17); }
+  CMapSort() = default;
   CMapSort(const CMapSort& other) : sortMode_(other.sortMode_) {
-    Reserve(other.entries_.size());
-    for (const Entry& entry : other.entries_) Insert(entry.assoc);
+    Reserve(other.count_);
+    for (const Slot& slot : other.slots_)
+      if (slot.entry != nullptr) Insert(slot.entry->assoc);
   }
   CMapSort& operator=(const CMapSort&) = delete;
   virtual ~CMapSort() = default;
@@ -36,76 +39,75 @@ class CMapSort {
   // Inserts or replaces; the sorted view no longer reflects the map.
   void SetAt(ARG_KEY key, ARG_VALUE value) {
     sortedValid_ = 0;
-    auto found = entries_.find(std::string_view(key));
-    if (found == entries_.end()) {
+    const std::string_view name(key);
+    const size_t hash = Hash(name);
+    const size_t index = IndexOf(name, hash);
+    if (index == kAbsent) {
       Insert(Assoc{KEY(key), value});
       return;
     }
-    if (!found->inSortedView) {
-      Writable(*found).assoc.value = value;
+    Entry& entry = *slots_[index].entry;
+    if (!entry.inSortedView) {
+      entry.assoc.value = value;
       return;
     }
     // The sorted view goes on showing the old value until the next sort.
+    auto fresh = std::make_unique<Entry>(Entry{Assoc{KEY(key), value}});
     retired_.reserve(retired_.size() + 1);
-    auto old = entries_.extract(found);
-    live_.erase(&old.value().assoc);
-    try {
-      Insert(Assoc{KEY(key), value});
-    } catch (...) {
-      live_.insert(&old.value().assoc);
-      entries_.insert(std::move(old));
-      throw;
-    }
-    retired_.push_back(std::move(old));
+    live_.insert(&fresh->assoc);
+    live_.erase(&entry.assoc);
+    retired_.push_back(std::exchange(slots_[index].entry, std::move(fresh)));
   }
   bool Lookup(ARG_KEY key, VALUE& out) const {
-    auto found = entries_.find(std::string_view(key));
-    if (found == entries_.end()) return false;
-    out = found->assoc.value;
+    const Assoc* found = Find(key);
+    if (found == nullptr) return false;
+    out = found->value;
     return true;
   }
   bool Contains(const Assoc* assoc) const { return assoc != nullptr && live_.count(assoc) != 0; }
   const Assoc* Find(ARG_KEY key) const {
-    auto found = entries_.find(std::string_view(key));
-    return found == entries_.end() ? nullptr : &found->assoc;
+    const std::string_view name(key);
+    const size_t index = IndexOf(name, Hash(name));
+    return index == kAbsent ? nullptr : &slots_[index].entry->assoc;
   }
   // Removal leaves the sorted view as it is (the entry stays readable there).
   bool RemoveKey(ARG_KEY key) {
-    auto found = entries_.find(std::string_view(key));
-    if (found == entries_.end()) return false;
-    live_.erase(&found->assoc);
-    if (found->inSortedView) {
-      retired_.push_back(entries_.extract(found));
-    } else {
-      entries_.erase(found);
-    }
-    if (entries_.empty()) RemoveAll();
+    const std::string_view name(key);
+    const size_t index = IndexOf(name, Hash(name));
+    if (index == kAbsent) return false;
+    std::unique_ptr<Entry> gone = Vacate(index);
+    live_.erase(&gone->assoc);
+    if (gone->inSortedView) retired_.push_back(std::move(gone));
+    if (count_ == 0) RemoveAll();
     return true;
   }
   void RemoveAll() {
-    entries_.clear();
+    slots_.clear();
+    count_ = 0;
     live_.clear();
     sorted_.clear();
     retired_.clear();
     sortedValid_ = 0;
   }
-  int GetCount() const { return static_cast<int>(entries_.size()); }
+  int GetCount() const { return static_cast<int>(count_); }
   // Room for count entries, so that filling the map moves none of them.
   void Reserve(size_t count) {
-    entries_.reserve(count);
     live_.reserve(count);
+    size_t wanted = kMinSlots;
+    while (wanted < count * 2) wanted *= 2;
+    if (wanted > slots_.size()) Rehash(wanted);
   }
-  bool IsEmpty() const { return entries_.empty(); }
+  bool IsEmpty() const { return count_ == 0; }
 
-  // Bucket-order walk. GetNextAssoc returns null after the last entry, and
+  // Walk in slot order. GetNextAssoc returns null after the last entry, and
   // for an association that is no longer in the map.
-  const Assoc* GetFirstAssoc() const { return entries_.empty() ? nullptr : &entries_.begin()->assoc; }
+  const Assoc* GetFirstAssoc() const { return EntryFrom(0); }
   const Assoc* GetNextAssoc(const Assoc* current) const {
-    if (current == nullptr || live_.count(current) == 0) return nullptr;
-    auto found = entries_.find(std::string_view(NameOf(current->key)));
-    if (found == entries_.end() || &found->assoc != current) return nullptr;
-    ++found;
-    return found == entries_.end() ? nullptr : &found->assoc;
+    if (!Contains(current)) return nullptr;
+    const std::string_view name(NameOf(current->key));
+    const size_t index = IndexOf(name, Hash(name));
+    if (index == kAbsent || &slots_[index].entry->assoc != current) return nullptr;
+    return EntryFrom(index + 1);
   }
 
   // 0 ascending, 1 descending; a change invalidates the sorted view.
@@ -117,15 +119,17 @@ class CMapSort {
   int IsSortedValid() const { return sortedValid_; }
   void Sort() {
     if (!sortedValid_ && !sorted_.empty()) {
-      for (const Entry& entry : entries_) Writable(entry).inSortedView = false;
+      for (Slot& slot : slots_)
+        if (slot.entry != nullptr) slot.entry->inSortedView = false;
       sorted_.clear();
       retired_.clear();
     }
     if (sorted_.empty()) {
-      sorted_.reserve(entries_.size());
-      for (const Entry& entry : entries_) {
-        Writable(entry).inSortedView = true;
-        sorted_.push_back(&entry.assoc);
+      sorted_.reserve(count_);
+      for (Slot& slot : slots_) {
+        if (slot.entry == nullptr) continue;
+        slot.entry->inSortedView = true;
+        sorted_.push_back(&slot.entry->assoc);
       }
       const bool descending = sortMode_ == 1;
       std::sort(sorted_.begin(), sorted_.end(), [descending](const Assoc* a, const Assoc* b) {
@@ -147,43 +151,73 @@ class CMapSort {
     Assoc assoc;
     bool inSortedView = false;  // sorted_ points at assoc
   };
-  // Entries are found by their key's bytes, so a look-up makes no string.
-  struct KeyHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
-    size_t operator()(const Entry& entry) const { return (*this)(std::string_view(NameOf(entry.assoc.key))); }
+  struct Slot {
+    size_t hash = 0;
+    std::unique_ptr<Entry> entry;  // null: the slot is free
   };
-  struct KeyEqual {
-    using is_transparent = void;
-    static std::string_view Key(std::string_view key) { return key; }
-    static std::string_view Key(const Entry& entry) { return NameOf(entry.assoc.key); }
-    template <class A, class B>
-    bool operator()(const A& a, const B& b) const {
-      return Key(a) == Key(b);
-    }
-  };
-  using Entries = std::unordered_set<Entry, KeyHash, KeyEqual>;
+  static constexpr size_t kAbsent = static_cast<size_t>(-1);
+  // At most half the slots are taken, so a probe meets a free slot soon.
+  static constexpr size_t kMinSlots = 32;
 
   static const char* NameOf(const std::string& key) { return key.c_str(); }
-  // A set hands out its elements as constant; only the parts that take no
-  // part in hashing or comparing are changed through this.
-  static Entry& Writable(const Entry& entry) { return const_cast<Entry&>(entry); }
-  void Insert(Assoc assoc) {
-    auto [placed, inserted] = entries_.insert(Entry{std::move(assoc)});
-    (void)inserted;
-    try {
-      live_.insert(&placed->assoc);
-    } catch (...) {
-      entries_.erase(placed);
-      throw;
+  static size_t Hash(std::string_view name) { return std::hash<std::string_view>()(name); }
+  size_t Mask() const { return slots_.size() - 1; }
+
+  // The slot holding name, or kAbsent.
+  size_t IndexOf(std::string_view name, size_t hash) const {
+    if (slots_.empty()) return kAbsent;
+    for (size_t index = hash & Mask();; index = (index + 1) & Mask()) {
+      const Slot& slot = slots_[index];
+      if (slot.entry == nullptr) return kAbsent;
+      if (slot.hash == hash && std::string_view(NameOf(slot.entry->assoc.key)) == name) return index;
     }
   }
+  const Assoc* EntryFrom(size_t index) const {
+    for (; index < slots_.size(); ++index)
+      if (slots_[index].entry != nullptr) return &slots_[index].entry->assoc;
+    return nullptr;
+  }
+  void Place(size_t hash, std::unique_ptr<Entry> entry) {
+    size_t index = hash & Mask();
+    while (slots_[index].entry != nullptr) index = (index + 1) & Mask();
+    slots_[index] = Slot{hash, std::move(entry)};
+  }
+  void Rehash(size_t size) {
+    std::vector<Slot> old(size);
+    old.swap(slots_);
+    for (Slot& slot : old)
+      if (slot.entry != nullptr) Place(slot.hash, std::move(slot.entry));
+  }
+  void Insert(Assoc assoc) {
+    if ((count_ + 1) * 2 > slots_.size()) Rehash(std::max(kMinSlots, slots_.size() * 2));
+    auto entry = std::make_unique<Entry>(Entry{std::move(assoc)});
+    live_.insert(&entry->assoc);
+    const size_t hash = Hash(NameOf(entry->assoc.key));
+    Place(hash, std::move(entry));
+    ++count_;
+  }
+  // Takes the entry out of its slot and closes the gap, moving back the
+  // entries of the probe run behind it that may now sit nearer their start.
+  std::unique_ptr<Entry> Vacate(size_t index) {
+    std::unique_ptr<Entry> gone = std::move(slots_[index].entry);
+    --count_;
+    for (size_t next = (index + 1) & Mask(); slots_[next].entry != nullptr; next = (next + 1) & Mask()) {
+      const size_t home = slots_[next].hash & Mask();
+      // The entry at next stays when its home lies in (index, next], cyclically.
+      const bool stays = index < next ? (home > index && home <= next) : (home > index || home <= next);
+      if (stays) continue;
+      slots_[index] = std::move(slots_[next]);
+      index = next;
+    }
+    return gone;
+  }
 
-  Entries entries_;
-  std::unordered_set<const Assoc*> live_;  // the associations in entries_
+  std::vector<Slot> slots_;  // a power of two of them, or none
+  size_t count_ = 0;
+  std::unordered_set<const Assoc*> live_;  // the associations in slots_
   std::vector<const Assoc*> sorted_;
   // Entries removed or replaced while the sorted view showed them.
-  std::vector<typename Entries::node_type> retired_;
+  std::vector<std::unique_ptr<Entry>> retired_;
   int sortedValid_ = 0;
   int sortMode_ = 0;
 };

@@ -2,6 +2,9 @@
 // change and go.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <set>
 #include <string>
 
 #include "aostore/map_sort.h"
@@ -61,6 +64,35 @@ TEST(NameMap, TheSortedViewKeepsWhatItShowedUntilTheNextSort) {
   EXPECT_EQ(map.GetSortedCount(), 3);
   EXPECT_TRUE(map.RemoveKey("d"));
   EXPECT_EQ(map.GetSortedCount(), 0);
+}
+
+// Removal closes gaps in the probe runs by moving entries back; a mistake
+// there loses entries or finds stale ones only after the right mix of names,
+// so a long random run is compared with a plain ordered map.
+TEST(NameMap, ARandomRunOfChangesAgreesWithAPlainMap) {
+  CMapStringToStreamOffset map;
+  std::map<std::string, int64_t> expected;
+  std::mt19937 random(7);
+  for (int step = 0; step < 20000; ++step) {
+    const std::string name = "n" + std::to_string(random() % 300);
+    if (random() % 3 == 0) {
+      EXPECT_EQ(map.RemoveKey(name.c_str()), expected.erase(name) == 1);
+    } else {
+      map.SetAt(name.c_str(), At(step + 1));
+      expected[name] = step + 1;
+    }
+    if (step % 997 == 0) map.Sort();
+  }
+  ASSERT_EQ(map.GetCount(), static_cast<int>(expected.size()));
+  for (const auto& [name, offset] : expected) {
+    tag_aoStreamOffset found;
+    ASSERT_TRUE(map.Lookup(name.c_str(), found)) << name;
+    EXPECT_EQ(found.recordOffset, offset);
+  }
+  std::set<std::string> walked;
+  for (const auto* assoc = map.GetFirstAssoc(); assoc != nullptr; assoc = map.GetNextAssoc(assoc))
+    EXPECT_TRUE(walked.insert(assoc->key).second) << assoc->key;
+  EXPECT_EQ(walked.size(), expected.size());
 }
 
 }  // namespace
