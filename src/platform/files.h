@@ -58,6 +58,10 @@ class FileApi {
     return {};
   }
   virtual void Unmap(const FileView& view) { (void)view; }
+  // A hint that [offset, offset + count) will be read soon: a backend that
+  // reads through a mapping starts bringing those bytes into the processor's
+  // caches, so that the read finds them there. Does nothing otherwise.
+  virtual void WillRead(FileHandle file, int64_t offset, size_t count) { (void)file, (void)offset, (void)count; }
 };
 
 // Copies between memory and a view the system backend mapped; false when the

@@ -166,6 +166,10 @@ class PosixFiles final : public FileApi {
     return {static_cast<unsigned char*>(base), length, start};
   }
 
+  void WillRead(FileHandle file, int64_t offset, size_t count) override {
+    read_mappings::Prefetch(static_cast<int>(file), offset, count);
+  }
+
   void Unmap(const FileView& view) override {
     if (view.base == nullptr) return;
     ::munmap(view.base, view.length);

@@ -21,6 +21,9 @@ void Forget(int fd);
 // True when all count bytes at offset were copied out of the mapping; false
 // leaves the read to the caller.
 bool Read(int fd, void* buffer, size_t count, int64_t offset);
+// Starts loading the mapped bytes at offset into the processor's caches; a
+// range the mapping does not surely hold is left alone.
+void Prefetch(int fd, int64_t offset, size_t count);
 // The file is known to hold at least end bytes: a write or read reached it.
 void Reached(int fd, int64_t end);
 // Sets the file's size (ftruncate) with no copy running meanwhile.

@@ -288,6 +288,10 @@ aoStream* aoStorage::OpenStreamByOffset(tag_aoStreamOffset& where, const char* n
   if (!ReadAtFile(where.recordOffset, raw, RecordSize())) return nullptr;
   t_aoStreamU record = format::DecodeRecord(raw, m_b64);
   if (record.marker != format::kRecordMarker) return nullptr;
+  // A stream is opened to be read or written: its first block header is
+  // wanted next, and can be on its way while the stream object is set up.
+  if (!m_inMemory && record.firstBlock > 0)
+    ao::platform::Files().WillRead(m_file, record.firstBlock, static_cast<size_t>(format::BlockHeaderSize(m_b64)));
   auto* stream = new aoStream(this, record, m_file, where);
   if (open != nullptr) {
     ++open->count;
