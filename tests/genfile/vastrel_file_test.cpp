@@ -177,6 +177,7 @@ TEST_F(VastrelFile, SeekBackChildStreamCountsTheBufferFirst) {
   std::vector<unsigned char> rest(40);
   EXPECT_EQ(file.ReadGenericChildStream(rest.data(), 40), 18);
   EXPECT_EQ(file.ReadGenericChildStream(rest.data(), 40), 0);
+  EXPECT_EQ(file.ReadGenericChildStream_DecryptRest(0), 0);  // no key, nothing deciphered
 }
 
 TEST_F(VastrelFile, RemovingChildren) {

@@ -40,13 +40,6 @@ class StoredRecords : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(StoredRecords, KeyRecordHoldsScrambledMaterial) {
-  const std::vector<unsigned char> record = ReadChild(MiscPath(), "System", "Key");
-  ASSERT_EQ(record.size(), 272u);
-  EXPECT_EQ(Le(record, 0, 4), 1u);
-  EXPECT_EQ(Le(record, 8, 8), 256u);
-}
-
 TEST_F(StoredRecords, SettingsRecordFraming) {
   store_.UpdateSettings(1, 1, 0, 1, 0x1234);
   const std::vector<unsigned char> record = Deciphered("Settings", "UserInfo");
