@@ -37,14 +37,6 @@ class GlobalSettings : public ::testing::Test {
     return store;
   }
 
-  static ZelvanorPermissionsStruct NumberedPermissions() {
-    ZelvanorPermissionsStruct permissions{};
-    for (int row = 0; row < ZelvanorPermissionsStruct::kRows; ++row)
-      for (int column = 0; column < ZelvanorPermissionsStruct::kColumns; ++column)
-        permissions.value[row][column] = static_cast<uint32_t>(row * 100 + column);
-    return permissions;
-  }
-
   ao::test::TempDir temp_;
   std::string dataFolder_;
   std::unique_ptr<CGlobalSettingStgFile> store_ = std::make_unique<CGlobalSettingStgFile>();
@@ -175,7 +167,7 @@ TEST_F(GlobalSettings, UpdateUserProfileGuards) {
 
 TEST_F(GlobalSettings, PermissionsOfTheCurrentUser) {
   AllowProfiles(24);
-  ZelvanorPermissionsStruct permissions = NumberedPermissions();
+  ZelvanorPermissionsStruct permissions = ao::test::NumberedPermissions();
   std::vector<unsigned char> assets = ao::test::Pattern(100, 9);
   ASSERT_EQ(store_->UpdateUserProfile("Boss", "b", &permissions, nullptr, 0), 1);
   ASSERT_EQ(store_->UpdateUserProfile("Viewer", "v", nullptr, assets.data(), 100), 1);

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "aostore/aostore.h"
 #include "aostore/stream.h"
 #include "aostore/vastrel_file.h"
 
@@ -59,6 +60,15 @@ inline std::vector<unsigned char> FileRc4Key(const std::string& path) {
   crypto::DestroyHash(hash);
   crypto::ReleaseCryptoProvider(provider);
   return {digest, digest + sizeof digest};
+}
+
+// Permissions whose every word tells its row and column: row * 100 + column.
+inline ZelvanorPermissionsStruct NumberedPermissions() {
+  ZelvanorPermissionsStruct permissions{};
+  for (int row = 0; row < ZelvanorPermissionsStruct::kRows; ++row)
+    for (int column = 0; column < ZelvanorPermissionsStruct::kColumns; ++column)
+      permissions.value[row][column] = static_cast<uint32_t>(row * 100 + column);
+  return permissions;
 }
 
 // RC4 from the start of the key stream; enciphers and deciphers alike.

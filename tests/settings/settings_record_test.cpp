@@ -57,9 +57,7 @@ TEST_F(StoredRecords, SettingsRecordFraming) {
 
 TEST_F(StoredRecords, UserRecordFraming) {
   store_.UpdateSettings(1, 0, 1, 0, 24);
-  ZelvanorPermissionsStruct permissions{};
-  for (int row = 0; row < 64; ++row)
-    for (int column = 0; column < 16; ++column) permissions.value[row][column] = uint32_t(row * 100 + column);
+  ZelvanorPermissionsStruct permissions = ao::test::NumberedPermissions();
   const uint32_t before = static_cast<uint32_t>(std::time(nullptr));
   ASSERT_EQ(store_.UpdateUserProfile("Admin", "Secret", &permissions, nullptr, 0), 1);
   const uint32_t after = static_cast<uint32_t>(std::time(nullptr));

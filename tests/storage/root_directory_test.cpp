@@ -298,7 +298,7 @@ TEST_F(RootDirectory, TwoObjectsOnOnePathSeeEachOthersNewStreams) {
   EXPECT_EQ(MapWalk().size(), 72u);
 }
 
-TEST_F(RootDirectory, PhysicalAndPositionalWalks) {
+TEST_F(RootDirectory, PhysicalPositionalAndByKindLookUps) {
   for (const char* name : {"p0", "p1", "p2"}) Make(name);
   int position = -1;
   std::vector<std::string> names;
@@ -313,19 +313,17 @@ TEST_F(RootDirectory, PhysicalAndPositionalWalks) {
   ASSERT_NE(first, nullptr);
   EXPECT_STREQ(first->GetName(), "p0");
   first->Release();
-}
 
-TEST_F(RootDirectory, FindRootByKind) {
-  Make("data");
+  // Found by kind: any data stream, or a folder by name.
   Make("folder", 1);
   aoStream* found = storage_->FindRootStream("");
   ASSERT_NE(found, nullptr);
-  EXPECT_STREQ(found->GetName(), "data");
+  EXPECT_EQ(found->IsFolder(), 0);
   found->Release();
   found = storage_->FindRootStorage("folder");
   ASSERT_NE(found, nullptr);
   found->Release();
-  EXPECT_EQ(storage_->FindRootStorage("data"), nullptr);
+  EXPECT_EQ(storage_->FindRootStorage("p1"), nullptr);
   found = storage_->FindRootStorageWrite("");
   ASSERT_NE(found, nullptr);
   EXPECT_STREQ(found->GetName(), "folder");
