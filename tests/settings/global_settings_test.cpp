@@ -21,14 +21,8 @@ using ao::test::ReadChild;
 
 namespace {
 
-class GlobalSettings : public ::testing::Test {
+class GlobalSettings : public ao::test::GlobalStoreTest {
  protected:
-  void SetUp() override {
-    dataFolder_ = temp_.File("data");
-    ASSERT_EQ(store_->Initialize(dataFolder_.data()), 1);
-  }
-
-  std::string MiscPath() const { return dataFolder_ + "/System/misc.dat"; }
   // Settings bits 0 and 1 allow profiles to be written.
   void AllowProfiles(uint16_t hours) { store_->UpdateSettings(1, 0, 1, 0, hours); }
   std::unique_ptr<CGlobalSettingStgFile> Reopened() {
@@ -36,10 +30,6 @@ class GlobalSettings : public ::testing::Test {
     EXPECT_EQ(store->Initialize(dataFolder_.data()), 1);
     return store;
   }
-
-  ao::test::TempDir temp_;
-  std::string dataFolder_;
-  std::unique_ptr<CGlobalSettingStgFile> store_ = std::make_unique<CGlobalSettingStgFile>();
 };
 
 // A user record in clear, framed by hand: of the given record type, record

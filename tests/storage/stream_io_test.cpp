@@ -20,36 +20,6 @@ using ao::test::ReadChild;
 
 using StreamIo = ao::test::ContainerTest;
 
-TEST_F(StreamIo, InterleavedWritersBuildChainsThatReadBackExactly) {
-  // Three streams grow in turn, so the file's tail block moves between them
-  // and each stream's data ends up in a chain of many blocks.
-  const char* names[] = {"alpha", "beta", "gamma"};
-  aoStream* streams[3];
-  for (int i = 0; i < 3; ++i) {
-    streams[i] = storage_->CreateStream(names[i], kAoModeEdit);
-    ASSERT_NE(streams[i], nullptr);
-  }
-  std::vector<unsigned char> expected[3];
-  for (int round = 0; round < 40; ++round) {
-    for (int i = 0; i < 3; ++i) {
-      const auto chunk = Pattern(1000 + 37 * round + i, static_cast<uint32_t>(round * 3 + i));
-      ASSERT_EQ(streams[i]->Write(chunk.data(), static_cast<int64_t>(chunk.size()), false, nullptr),
-                static_cast<int64_t>(chunk.size()));
-      expected[i].insert(expected[i].end(), chunk.begin(), chunk.end());
-    }
-  }
-  for (aoStream* stream : streams) stream->Release();
-  Reopen(kAoModeInspect);
-  for (int i = 0; i < 3; ++i) {
-    aoStream* stream = storage_->OpenStream(names[i], kAoModeInspect);
-    ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(stream->GetLength(), static_cast<int64_t>(expected[i].size()));
-    EXPECT_GE(stream->GetAllocLength(), stream->GetLength());
-    stream->Release();
-    EXPECT_EQ(ReadChild(storage_, names[i]), expected[i]) << names[i];
-  }
-}
-
 TEST_F(StreamIo, TheMostRecentStreamGrowsInOneContiguousBlock) {
   aoStream* stream = storage_->CreateStream("log", kAoModeEdit);
   ASSERT_NE(stream, nullptr);
