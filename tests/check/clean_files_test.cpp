@@ -9,7 +9,7 @@
 
 #include "aostore/aostore.h"
 #include "check/container_image.h"
-#include "support/temp_dir.h"
+#include "support/container_test.h"
 
 namespace {
 
@@ -20,14 +20,14 @@ using ao::test::ContainerImage;
 using ao::test::Pattern;
 using ao::test::Problems;
 
-class OffsetWidth {
- public:
-  explicit OffsetWidth(int use64) : saved_(aoStorage::g_bUse64BitOffsets) { aoStorage::g_bUse64BitOffsets = use64; }
-  ~OffsetWidth() { aoStorage::g_bUse64BitOffsets = saved_; }
-
- private:
-  int saved_;
-};
+// The report on image, saved to a file of its own.
+CheckReport CheckImage(const ContainerImage& image) {
+  static int count = 0;
+  static ao::test::TempDir dir;
+  const std::string path = dir.File("image" + std::to_string(count++) + ".dat");
+  image.Save(path);
+  return CheckContainer(path.c_str());
+}
 
 void Write(aoStream* stream, size_t size, uint32_t seed, bool setEnd = false) {
   const auto bytes = Pattern(size, seed);
@@ -38,7 +38,7 @@ void Write(aoStream* stream, size_t size, uint32_t seed, bool setEnd = false) {
 class LibraryFiles : public ::testing::TestWithParam<int> {};
 
 TEST_P(LibraryFiles, ManyStreamsInterleavedTruncatedAndPreallocatedAreClean) {
-  OffsetWidth width(GetParam());
+  ao::test::OffsetWidth width(GetParam());
   ao::test::TempDir dir;
   const std::string path = dir.File("library.dat");
   aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
@@ -134,11 +134,7 @@ TEST_P(HandBuiltTree, FolderTreeWithRemovedRecordAndStraddlingRecordIsClean) {
   const Chain docs = image.AppendChain(docsData, {cut, docsData.size() - cut});
   image.PutRecord(image.RootSlot(6),
                   ContainerImage::Record("docs", kAoFlagFolder, static_cast<int64_t>(docsData.size()), docs));
-  ao::test::TempDir dir;
-  const std::string path = dir.File("tree.dat");
-  image.Save(path);
-
-  const CheckReport report = CheckContainer(path.c_str());
+  const CheckReport report = CheckImage(image);
   EXPECT_TRUE(report.Clean()) << Problems(report);
   EXPECT_EQ(report.facts.rootStreams, 1);
   EXPECT_EQ(report.facts.folders, 2);
@@ -158,9 +154,7 @@ TEST(HandBuiltFiles, DataEndingBeforeItsChainAndSpareCapacityAreNotDamage) {
   const int64_t later = image.AppendBlock(Pattern(50, 5), 50, first);
   image.SetNext(first, later);
   image.PutRecord(image.RootSlot(6), ContainerImage::Record("short", 0, 10, Chain{first, first, {}}));
-  ao::test::TempDir dir;
-  image.Save(dir.File("short.dat"));
-  const CheckReport report = CheckContainer(dir.File("short.dat").c_str());
+  const CheckReport report = CheckImage(image);
   EXPECT_TRUE(report.Clean()) << Problems(report);
   EXPECT_EQ(report.facts.allocatedBytes, 150);
   EXPECT_EQ(report.facts.reclaimableBytes, 140);
@@ -171,9 +165,7 @@ TEST(HandBuiltFiles, RemovedRecordsBlocksTakenOverByALiveStreamAreNotShared) {
   const Chain chain = image.AppendChain(Pattern(20, 6), {20});
   image.PutRecord(image.RootSlot(6), ContainerImage::Record("live", 0, 20, chain));
   image.PutRecord(image.RootSlot(7), ContainerImage::Record("", 0, 0, chain));
-  ao::test::TempDir dir;
-  image.Save(dir.File("kept.dat"));
-  const CheckReport report = CheckContainer(dir.File("kept.dat").c_str());
+  const CheckReport report = CheckImage(image);
   EXPECT_TRUE(report.Clean()) << Problems(report);
 }
 
@@ -181,9 +173,7 @@ TEST(HandBuiltFiles, LegacyFileIsReadWithItsOwnLayout) {
   ContainerImage image(false, true);
   const Chain chain = image.AppendChain(Pattern(12, 7), {12});
   image.PutRecord(image.RootSlot(2), ContainerImage::Record("old", 0, 12, chain));
-  ao::test::TempDir dir;
-  image.Save(dir.File("legacy.dat"));
-  const CheckReport report = CheckContainer(dir.File("legacy.dat").c_str());
+  const CheckReport report = CheckImage(image);
   EXPECT_TRUE(report.Clean()) << Problems(report);
   EXPECT_TRUE(report.facts.legacy);
   EXPECT_FALSE(report.facts.offsets64);

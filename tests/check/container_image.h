@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,88 @@ class ContainerImage {
  private:
   bool b64_;
 };
+
+// Root slot 6: "data", 30 bytes in three blocks of 10. Root slot 7: the
+// folder "dir" holding "kid" (5 bytes in one block).
+struct SampleTree {
+  explicit SampleTree(bool b64) : image(b64) {
+    data = image.AppendChain(Pattern(30, 1), {10, 10, 10});
+    image.PutRecord(image.RootSlot(6), ContainerImage::Record("data", 0, 30, data));
+    kid = image.AppendChain(Pattern(5, 2), {5});
+    const auto folderData = image.FolderData({ContainerImage::Record("kid", 0, 5, kid)});
+    folder = image.AppendChain(folderData, {folderData.size()});
+    image.PutRecord(image.RootSlot(7), ContainerImage::Record("dir", kAoFlagFolder,
+                                                              static_cast<int64_t>(folderData.size()), folder));
+  }
+  int64_t KidRecord() const { return folder.first + image.blockHeader() + 4; }
+  int64_t FolderCount() const { return folder.first + image.blockHeader(); }
+
+  ContainerImage image;
+  Chain data, kid, folder;
+};
+
+// One kind of damage done to a SampleTree, and where a check must report it.
+struct DamageCase {
+  const char* what;
+  std::function<void(ContainerImage&)> apply;
+  CheckProblemKind kind;
+  int64_t offset;
+};
+
+// Every kind of damage the check tells apart, each alone on the sample.
+inline std::vector<DamageCase> DamageCases(const SampleTree& s, bool b64) {
+  using K = CheckProblemKind;
+  const int header = s.image.blockHeader(), width = b64 ? 8 : 4;
+  const int64_t slot = s.image.RootSlot(6), table = s.image.firstTable, end = s.image.End();
+  const auto& d = s.data.blocks;
+  // A second root table linked after the first, whose own link is `next`.
+  auto secondTable = [](int64_t next) {
+    return [next](ContainerImage& i) {
+      const int64_t second = i.AppendTable();
+      i.LinkTable(i.firstTable, second);
+      i.LinkTable(second, next < 0 ? i.firstTable : next);
+    };
+  };
+  return {
+      {"magic", [](ContainerImage& i) { i.bytes[3] = 'x'; }, K::kHeader, 0},
+      {"version", [](ContainerImage& i) { i.bytes[24] = '0'; }, K::kHeader, 24},
+      {"short file", [](ContainerImage& i) { i.bytes.resize(20); }, K::kHeader, 0},
+      {"table marker", [table](ContainerImage& i) { i.bytes[table + 1] = 0; }, K::kTable, table},
+      {"table slots", [table](ContainerImage& i) { i.bytes[table + 4] = 63; }, K::kTable, table + 4},
+      {"table loop", secondTable(-1), K::kCycle, end},
+      {"table past end", secondTable(end + 100000), K::kPastEnd, end},
+      {"block as table", secondTable(s.data.first), K::kTable, s.data.first},
+      {"record marker", [slot](ContainerImage& i) { std::memset(&i.bytes[slot], 0, 4); }, K::kRecord, slot},
+      {"unended name", [slot](ContainerImage& i) { std::memset(&i.bytes[slot + 4], 'n', 52); }, K::kRecord, slot + 4},
+      {"child record", [&s](ContainerImage& i) { i.bytes[s.KidRecord()] = 0x11; }, K::kRecord, s.KidRecord()},
+      {"block marker", [d](ContainerImage& i) { i.bytes[d[1]] = 0; }, K::kBlock, d[1]},
+      {"data past block", [d, header](ContainerImage& i) { i.SetDataEnd(d[2], header + 11); }, K::kBlock, d[2]},
+      {"data in header", [d, header](ContainerImage& i) { i.SetDataEnd(d[2], header - 1); }, K::kBlock, d[2]},
+      {"previous link", [d](ContainerImage& i) { i.SetPrev(d[2], d[0]); }, K::kLink, d[2]},
+      {"first has previous", [d, &s](ContainerImage& i) { i.SetPrev(d[0], s.kid.first); }, K::kLink, d[0]},
+      {"first in header", [slot, b64](ContainerImage& i) { i.PutWide(slot + (b64 ? 84 : 76), 5); }, K::kLink, slot},
+      {"next past end", [d, end](ContainerImage& i) { i.SetNext(d[2], end + 1000); }, K::kPastEnd, d[2]},
+      {"block past end", [&s](ContainerImage& i) { i.SetBlockEnd(s.folder.first, 1 << 20); }, K::kPastEnd,
+       s.folder.first},
+      {"chain loop", [d](ContainerImage& i) { i.SetNext(d[2], d[0]); }, K::kCycle, d[2]},
+      {"shared block", [d](ContainerImage& i) {
+         i.PutRecord(i.RootSlot(8), ContainerImage::Record("thief", 0, 10, Chain{d[1], d[1], {}}));
+       }, K::kShared, d[1]},
+      {"folder in itself", [&s](ContainerImage& i) {
+         const auto self = i.FolderData(
+             {ContainerImage::Record("self", kAoFlagFolder, 4 + i.recordSize(), s.folder)});
+         std::copy(self.begin(), self.end(), i.bytes.begin() + s.FolderCount());
+       }, K::kShared, s.folder.first},
+      {"overlap", [d, header](ContainerImage& i) { i.SetBlockEnd(d[0], header + 25); }, K::kOverlap, d[1]},
+      {"length", [slot](ContainerImage& i) { i.PutWide(slot + 68, 31); }, K::kLength, slot},
+      {"last outside chain", [slot, width, &s](ContainerImage& i) { i.PutWide(slot + 68 + width, s.kid.first); },
+       K::kLink, slot},
+      {"last too early", [slot, width, d](ContainerImage& i) { i.PutWide(slot + 68 + width, d[0]); }, K::kLength,
+       slot},
+      {"child count", [&s](ContainerImage& i) { i.bytes[s.FolderCount()] = 2; }, K::kFolder, s.FolderCount()},
+      {"folder length", [](ContainerImage& i) { i.PutWide(i.RootSlot(7) + 68, 3); }, K::kFolder, s.image.RootSlot(7)},
+  };
+}
 
 // Every problem of a report, one per line, for failure messages.
 inline std::string Problems(const CheckReport& report) {

@@ -38,10 +38,44 @@ bool RemoveStream(aoStream* stream) {
   return false;
 }
 
-// Entries of several kinds, values through the operators, a removed child
-// and a removed folder: the edits a recorder logs.
+// Three new folder levels: the recorder enters each one before the entries
+// below it, and every kind of entry and blob form lands in the innermost.
+bool EditNewTree(aoStorage* storage, const Bytes& data) {
+  aoStream* tree = storage->OpenOrCreateStream("Tree", 1);
+  aoStream* mid = tree != nullptr ? tree->OpenOrCreateStream("Mid", 1) : nullptr;
+  aoStream* leaf = mid != nullptr ? mid->OpenOrCreateStream("Leaf", 1) : nullptr;
+  RECT rect{1, 2, 3, 4};
+  SIZE size{640, 480};
+  void* bytes = const_cast<unsigned char*>(data.data());
+  const bool ok = leaf != nullptr && leaf->SetEntry("r", &rect) != 0 && leaf->SetEntry("sz", &size) != 0 &&
+                  leaf->SetEntry("u64", uint64_t{0x8000000000000001u}) != 0 && leaf->SetEntry("d", 0.125) != 0 &&
+                  leaf->SetEntry("blob", bytes, 3) != 0 && leaf->SetEntry("blob", bytes, 5) != 0 &&
+                  leaf->SetEntryNoPrefix("raw", bytes, 3) != 0 && leaf->SetEntryNoPrefix("raw", bytes, 4) != 0 &&
+                  leaf->SetEntryEraseOld("rep", bytes, 10, 1) != 0 && leaf->SetEntryEraseOld("rep", bytes, 4, 1) != 0;
+  // Released innermost first: an edit of a folder while one of its children
+  // is still entered would stop the log.
+  if (leaf != nullptr) leaf->Release();
+  const bool midOk = mid != nullptr && mid->SetEntry("m", 9) != 0;
+  for (aoStream* stream : {mid, tree}) {
+    if (stream != nullptr) stream->Release();
+  }
+  return ok && midOk;
+}
+
+// Entries of several kinds (fast ones, and a string long enough for the
+// long-length escape), values through the operators, a removed child and a
+// removed folder: the edits a recorder logs.
 bool EditSession(aoStorage* storage) {
-  bool ok = storage->SetEntry("title", "Edited") != 0 && storage->SetEntry("count", 7) != 0;
+  bool ok = storage->SetEntry("title", "Edited") != 0 && storage->SetEntry("count", 7) != 0 &&
+            storage->SetEntry("big", int64_t{1} << 50) != 0 &&
+            storage->SetEntry("long", std::string(70000, 'L').c_str()) != 0 &&
+            storage->SetEntryFast("fastS", "fast string") != 0 && storage->SetEntryFast("fastA", 11) != 0;
+  aoStream* appended = storage->OpenOrCreateStreamFast("fastA", 1);
+  if (appended != nullptr) {
+    *appended << 12;
+    appended->Release();
+  }
+  ok = ok && appended != nullptr && EditNewTree(storage, Pattern(10, 41));
   aoStream* docs = storage->OpenStream("Docs", kAoModeEdit);
   if (docs == nullptr) return false;
   ok = ok && docs->SetEntry("keep", "replaced text") != 0;
@@ -137,7 +171,8 @@ Problems VerifyRecording(const std::string& folder, const std::string& scratch) 
   storage->Release();
   problems.Expect(records > 0, "the replay processed no records");
   const std::map<std::string, Bytes> recorded = ReadTree(In(folder, kRecorded));
-  problems.Expect(recorded.count("Docs/fresh") == 1 && recorded.count("Junk/") == 0 && recorded.count("Docs/old") == 0,
+  problems.Expect(recorded.count("Docs/fresh") == 1 && recorded.count("Tree/Mid/Leaf/rep") == 1 &&
+                      recorded.count("Junk/") == 0 && recorded.count("Docs/old") == 0,
                   "the recorded container lacks the session's edits");
   problems.Expect(ReadTree(replayed) == recorded, "the replayed container differs from the recorded one");
 

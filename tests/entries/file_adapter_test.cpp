@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ using ao::test::Bytes;
 class StreamFile : public ao::test::ContainerTest {
  protected:
   void SetUp() override {
-    ASSERT_NE(Make(), nullptr);
+    ContainerTest::SetUp();
     stream_ = storage_->CreateStream("data", kAoModeEdit);
     ASSERT_NE(stream_, nullptr);
     ASSERT_EQ(stream_->Write("0123456789", 10, false, nullptr), 10);
@@ -58,14 +58,10 @@ TEST_F(StreamFile, SeeksByTheFileRulesOfTheAdapter) {
   }
   EXPECT_EQ(file.Seek(-4, CFile::begin), 6);
   EXPECT_EQ(Next(file, 10), "6789");
-}
-
-TEST_F(StreamFile, SeeksThatCannotArriveFail) {
-  CAoStreamFile file(stream_);
+  // Seeks that cannot arrive fail; a distance back past the start stops there.
   EXPECT_EQ(file.Seek(11, CFile::begin), -1);
   EXPECT_EQ(file.Seek(8, CFile::begin), 8);
   EXPECT_EQ(file.Seek(3, CFile::current), -1);
-  // A distance back past the start stops at the start.
   EXPECT_EQ(file.Seek(-20, CFile::begin), 0);
   EXPECT_EQ(Next(file, 3), "012");
 }
@@ -91,6 +87,10 @@ TEST_F(StreamFile, ReadsAndWritesThroughTheFileBase) {
   file.Close();
   file.Abort();
   EXPECT_EQ(stream_->GetLength(), 12);
+  adapter.SetFilePath("container/data");
+  EXPECT_EQ(adapter.GetFilePath(), "container/data");
+  EXPECT_THROW(adapter.SetFilePath(nullptr), std::invalid_argument);
+  EXPECT_EQ(adapter.GetFilePath(), "container/data");
 }
 
 TEST_F(StreamFile, WithoutAStreamEverythingIsEmpty) {
@@ -104,14 +104,6 @@ TEST_F(StreamFile, WithoutAStreamEverythingIsEmpty) {
   void* start = &byte;
   EXPECT_EQ(file.GetBufferPtr(0, 0, &start, nullptr), 0u);
   EXPECT_EQ(start, nullptr);
-}
-
-TEST_F(StreamFile, KeepsAFilePathAndRefusesANullOne) {
-  CAoStreamFile file(stream_);
-  file.SetFilePath("container/data");
-  EXPECT_EQ(file.GetFilePath(), "container/data");
-  EXPECT_THROW(file.SetFilePath(nullptr), std::invalid_argument);
-  EXPECT_EQ(file.GetFilePath(), "container/data");
 }
 
 }  // namespace

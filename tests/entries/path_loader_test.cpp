@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace {
 
@@ -20,7 +20,6 @@ std::vector<std::string> Names(const CPathLoader& loader) {
 
 class PathLoader : public ao::test::ContainerTest {
  protected:
-  void SetUp() override { ASSERT_NE(Make(), nullptr); }
 
   // a/b/c as folders, with a data stream "plain" in a holding "text".
   void MakeTree() {

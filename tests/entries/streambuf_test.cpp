@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace {
 
@@ -18,7 +18,6 @@ using ao::test::Pattern;
 
 class StreamBufTest : public ao::test::ContainerTest {
  protected:
-  void SetUp() override { ASSERT_NE(Make(), nullptr); }
   void TearDown() override {
     for (aoStream* stream : streams_) stream->Release();
     ContainerTest::TearDown();

@@ -5,15 +5,14 @@
 #include <string>
 
 #include "aostore/aostore.h"
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace ao::test {
 namespace {
 
-class TypedEntries : public ContainerTest {};
+using TypedEntries = ContainerTest;
 
 TEST_F(TypedEntries, ContainerValuesSurviveAReopen) {
-  ASSERT_NE(Make(), nullptr);
   EXPECT_EQ(storage_->SetEntry("int", -5), 1);
   EXPECT_EQ(storage_->SetEntry("dword", 0xF0000001u), 1);
   EXPECT_EQ(storage_->SetEntry("double", 2.25), 1);
@@ -35,13 +34,12 @@ TEST_F(TypedEntries, ContainerValuesSurviveAReopen) {
   EXPECT_EQ(storage_->GetEntryFast("fint64", static_cast<int64_t>(0)), static_cast<int64_t>(1) << 40);
   EXPECT_EQ(storage_->GetEntryFast("fstring", ""), "fast");
 
-  EXPECT_EQ(RootBytes(storage_, "int"), (Bytes{0xFB, 0xFF, 0xFF, 0xFF}));
-  EXPECT_EQ(RootBytes(storage_, "int64"), (Bytes{0x77, 0x98, 0xBA, 0xDC, 0xFE, 0xFF, 0xFF, 0xFF}));
-  EXPECT_EQ(RootBytes(storage_, "string"), (Bytes{5, 0, 'h', 'e', 'l', 'l', 'o'}));
+  EXPECT_EQ(ReadChild(storage_, "int"), (Bytes{0xFB, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(ReadChild(storage_, "int64"), (Bytes{0x77, 0x98, 0xBA, 0xDC, 0xFE, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(ReadChild(storage_, "string"), (Bytes{5, 0, 'h', 'e', 'l', 'l', 'o'}));
 }
 
 TEST_F(TypedEntries, MissingNamesAndFoldersGiveTheDefault) {
-  ASSERT_NE(Make(), nullptr);
   aoStream* folder = storage_->CreateStream("folder", 1, kAoModeEdit);
   ASSERT_NE(folder, nullptr);
   EXPECT_EQ(folder->GetEntry("missing", 7), 7);
@@ -75,7 +73,6 @@ TEST_F(TypedEntries, MissingNamesAndFoldersGiveTheDefault) {
 }
 
 TEST_F(TypedEntries, FolderValuesIncludingRectAndSize) {
-  ASSERT_NE(Make(), nullptr);
   aoStream* folder = storage_->OpenOrCreateStream("prefs", 1);
   ASSERT_NE(folder, nullptr);
   RECT rect{-1, 2, 300, 400};
@@ -91,9 +88,9 @@ TEST_F(TypedEntries, FolderValuesIncludingRectAndSize) {
 
   folder = storage_->OpenStream("prefs", kAoModeEdit);
   ASSERT_NE(folder, nullptr);
-  EXPECT_EQ(ChildBytes(folder, "rect"),
+  EXPECT_EQ(ReadChild(folder, "rect"),
             (Bytes{0xFF, 0xFF, 0xFF, 0xFF, 2, 0, 0, 0, 0x2C, 1, 0, 0, 0x90, 1, 0, 0}));
-  EXPECT_EQ(ChildBytes(folder, "size"), (Bytes{0x80, 2, 0, 0, 0x20, 0xFE, 0xFF, 0xFF}));
+  EXPECT_EQ(ReadChild(folder, "size"), (Bytes{0x80, 2, 0, 0, 0x20, 0xFE, 0xFF, 0xFF}));
   RECT gotRect{};
   EXPECT_EQ(folder->GetEntry("rect", &gotRect, nullptr), &gotRect);
   EXPECT_EQ(gotRect.right, 300);
@@ -123,20 +120,18 @@ TEST_F(TypedEntries, FolderValuesIncludingRectAndSize) {
 }
 
 TEST_F(TypedEntries, AShorterStringKeepsTheLengthButReadsBackNew) {
-  ASSERT_NE(Make(), nullptr);
   ASSERT_EQ(storage_->SetEntry("name", "a longer value"), 1);
   ASSERT_EQ(storage_->SetEntry("name", "short"), 1);
-  EXPECT_EQ(RootBytes(storage_, "name").size(), 16u);
+  EXPECT_EQ(ReadChild(storage_, "name").size(), 16u);
   EXPECT_EQ(storage_->GetEntry("name", ""), "short");
   // An int over a longer old value keeps the old tail as well.
   ASSERT_EQ(storage_->SetEntry("wide", static_cast<int64_t>(-1)), 1);
   ASSERT_EQ(storage_->SetEntry("wide", 0), 1);
-  EXPECT_EQ(RootBytes(storage_, "wide"), (Bytes{0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(ReadChild(storage_, "wide"), (Bytes{0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}));
 }
 
 
 TEST_F(TypedEntries, FlatExportsForwardToTheMembers) {
-  ASSERT_NE(Make(), nullptr);
   EXPECT_EQ(Korvash_SetDWordEntry(storage_, "dw", 99), 1);
   EXPECT_EQ(Korvash_GetDWordEntry(storage_, "dw", 0), 99);
   EXPECT_EQ(Korvash_GetDWordEntry(storage_, "none", 4), 4);
@@ -144,7 +139,7 @@ TEST_F(TypedEntries, FlatExportsForwardToTheMembers) {
 
   unsigned char value[] = {1, 2, 3};
   EXPECT_EQ(Korvash_SetEntryEraseOld(storage_, "blob", value, 3), 1);
-  EXPECT_EQ(RootBytes(storage_, "blob"), (Bytes{3, 0, 0, 0, 1, 2, 3}));  // always with the size
+  EXPECT_EQ(ReadChild(storage_, "blob"), (Bytes{3, 0, 0, 0, 1, 2, 3}));  // always with the size
   void* data = nullptr;
   unsigned int size = 0;
   ASSERT_EQ(Korvash_GetEntryErasedOld(storage_, "blob", &data, &size), 1);
@@ -155,7 +150,7 @@ TEST_F(TypedEntries, FlatExportsForwardToTheMembers) {
   aoStream* folder = storage_->OpenOrCreateStream("f", 1);
   ASSERT_NE(folder, nullptr);
   EXPECT_EQ(CompStream_SetEntryEraseOld(folder, "child", value, 2), 1);
-  EXPECT_EQ(ChildBytes(folder, "child"), (Bytes{2, 0, 0, 0, 1, 2}));
+  EXPECT_EQ(ReadChild(folder, "child"), (Bytes{2, 0, 0, 0, 1, 2}));
   ASSERT_EQ(CompStream_GetEntryErasedOld(folder, "child", &data, &size), 1);
   EXPECT_EQ(size, 2u);
   aoFreeBuffer(data);

@@ -47,9 +47,14 @@ Bytes ReadAt(ao::FileHandle file, size_t count, int64_t offset, bool* ok = nullp
   return bytes;
 }
 
-TEST(SystemFiles, PositionalWritesLandWhereTheySayAndReadsStopAtTheEnd) {
+// A temporary folder and a file path in it for each test.
+class SystemFiles : public ::testing::Test {
+ protected:
   TempDir dir;
-  const std::string path = dir.File("positional.dat");
+  const std::string path = dir.File("file.dat");
+};
+
+TEST_F(SystemFiles, PositionalWritesLandWhereTheySayAndReadsStopAtTheEnd) {
   OpenFile file(path, true, Disposition::kOpenAlways);
   ASSERT_TRUE(file.valid());
   size_t done = 0;
@@ -70,9 +75,7 @@ TEST(SystemFiles, PositionalWritesLandWhereTheySayAndReadsStopAtTheEnd) {
   EXPECT_TRUE(System().Flush(file.get()));
 }
 
-TEST(SystemFiles, SetSizeExtendsWithZerosAndCuts) {
-  TempDir dir;
-  const std::string path = dir.File("sized.dat");
+TEST_F(SystemFiles, SetSizeExtendsWithZerosAndCuts) {
   WriteWholeFile(path, {1, 2, 3});
   {
     OpenFile file(path, true, Disposition::kOpenExisting);
@@ -91,9 +94,7 @@ TEST(SystemFiles, SetSizeExtendsWithZerosAndCuts) {
 
 // Growing the file while other threads write at their own offsets must
 // neither move their bytes nor end the file anywhere but where it was set.
-TEST(SystemFiles, ResizingWhileOthersWriteKeepsTheirBytesAndTheSize) {
-  TempDir dir;
-  const std::string path = dir.File("busy.dat");
+TEST_F(SystemFiles, ResizingWhileOthersWriteKeepsTheirBytesAndTheSize) {
   OpenFile file(path, true, Disposition::kOpenAlways);
   ASSERT_TRUE(file.valid());
   constexpr int kWriters = 3;
@@ -133,9 +134,7 @@ TEST(SystemFiles, ResizingWhileOthersWriteKeepsTheirBytesAndTheSize) {
 // Reads through one handle follow what happens to the file through any
 // other: writes show at once, and a file cut short by another program reads
 // as short instead of bringing the process down.
-TEST(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
-  TempDir dir;
-  const std::string path = dir.File("shared.dat");
+TEST_F(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
   OpenFile writer(path, true, Disposition::kOpenAlways);
   OpenFile reader(path, false, Disposition::kOpenExisting);
   ASSERT_TRUE(writer.valid() && reader.valid());
@@ -160,14 +159,13 @@ TEST(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
 
 // Some file systems (tmpfs) take a write at any offset below 2^63; what
 // follows such a write must still read back.
-TEST(SystemFiles, AWriteAtAFarOffsetReadsBack) {
+TEST_F(SystemFiles, AWriteAtAFarOffsetReadsBack) {
   const std::filesystem::path shm("/dev/shm");
   std::error_code error;
   if (!std::filesystem::is_directory(shm, error)) GTEST_SKIP() << "no memory file system here";
-  TempDir dir;  // for a name of this run's own
-  const std::string path = (shm / ("aostore-" + std::filesystem::path(dir.path()).filename().string())).string();
+  const std::string onShm = (shm / ("aostore-" + std::filesystem::path(dir.path()).filename().string())).string();
   {
-    OpenFile file(path, true, Disposition::kOpenAlways);
+    OpenFile file(onShm, true, Disposition::kOpenAlways);
     ASSERT_TRUE(file.valid());
     const Bytes opening = Pattern(16, 4);
     const Bytes distant = Pattern(8, 5);
@@ -179,12 +177,10 @@ TEST(SystemFiles, AWriteAtAFarOffsetReadsBack) {
     }
     EXPECT_EQ(ReadAt(file.get(), 16, 0), opening);
   }
-  System().Delete(path.c_str());
+  System().Delete(onShm.c_str());
 }
 
-TEST(SystemFiles, DispositionsAndSharing) {
-  TempDir dir;
-  const std::string path = dir.File("opened.dat");
+TEST_F(SystemFiles, DispositionsAndSharing) {
   EXPECT_FALSE(OpenFile(path, true, Disposition::kOpenExisting).valid());
   EXPECT_FALSE(System().Exists(path.c_str()));
   {
@@ -209,8 +205,7 @@ TEST(SystemFiles, DispositionsAndSharing) {
   EXPECT_FALSE(OpenFile(dir.File("missing/below.dat"), true, Disposition::kOpenAlways).valid());
 }
 
-TEST(SystemFiles, CopyRenameAndDeleteReplaceWhatIsThere) {
-  TempDir dir;
+TEST_F(SystemFiles, CopyRenameAndDeleteReplaceWhatIsThere) {
   const std::string a = dir.File("a.dat");
   const std::string b = dir.File("b.dat");
   const std::string c = dir.File("c.dat");

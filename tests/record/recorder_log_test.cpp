@@ -82,10 +82,8 @@ const Bytes kEveryOpLog = {
     0x04, 0x03, 0x00, 'o', 'l', 'd',                          // root-level remove "old"
 };
 
-TEST(RecorderLog, EveryOpIsEncodedByteForByte) { EXPECT_EQ(SessionOfEveryOp(), kEveryOpLog); }
-
-
-TEST(RecorderLog, PopOpGivesBackEveryRecord) {
+TEST(RecorderLog, EveryOpIsEncodedByteForByteAndDecodedBack) {
+  EXPECT_EQ(SessionOfEveryOp(), kEveryOpLog);
   const std::vector<Record> records = Decode(kEveryOpLog);
   ASSERT_EQ(records.size(), 7u);
   EXPECT_EQ(records[0].op, RecOpEnterFast);
@@ -113,9 +111,7 @@ TEST(RecorderLog, ACutLogYieldsItsWholeRecordsOnly) {
     const Bytes prefix(kEveryOpLog.begin(), kEveryOpLog.begin() + static_cast<std::ptrdiff_t>(cut));
     EXPECT_EQ(Decode(prefix).size(), whole) << "cut at " << cut;
   }
-}
-
-TEST(RecorderLog, ACutLogThrowsWhenTheReaderAskedForIt) {
+  // Cut in a length field it throws when the reader asked for that.
   const Bytes cutInLength(kEveryOpLog.begin(), kEveryOpLog.begin() + 2);
   EXPECT_THROW(Decode(cutInLength, 1), std::string);
   // A data length beyond the log is refused without an exception.
@@ -155,21 +151,6 @@ TEST(RecorderLog, NamesOfFiftyTwoCharactersAreLoggedButRefusedOnReading) {
   EXPECT_EQ(records[0].text, longest);
 }
 
-TEST(RecorderStack, AFastEnterBelowAnotherStreamStopsTheLog) {
-  CCompRecorder recorder;
-  unsigned char byte[] = {1};
-  recorder.OpEnterFast("a", 0, kA);
-  const unsigned int before = recorder.GetDataLength();
-  recorder.OpEnterFast("b", 0, kB);
-  EXPECT_NE(recorder.HasBeenStopped(), 0);
-  EXPECT_EQ(recorder.GetStmDepth(), 1);
-  recorder.OpWrite(byte, 1, 0, kA, 1);
-  recorder.OpLeave(kA);
-  recorder.OpRemove("a", nullptr);
-  EXPECT_EQ(recorder.GetDataLength(), before);
-  EXPECT_EQ(recorder.GetStmDepth(), 0);  // the stack is still kept
-}
-
 TEST(RecorderStack, OnlyTheTopStreamCanBeLeft) {
   CCompRecorder recorder;
   recorder.OpEnterFast("a", 0, kA);
@@ -184,6 +165,5 @@ TEST(RecorderStack, OnlyTheTopStreamCanBeLeft) {
   EXPECT_EQ(recorder.GetDataLength(), before + 1);
   EXPECT_EQ(recorder.GetOpCount(), 2u);
 }
-
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "aostore/aostore.h"
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace ao::test {
 namespace {
@@ -40,10 +40,9 @@ Bytes LogOf(CCompRecorder& recorder) {
   return at != nullptr ? Bytes(at, at + len) : Bytes();
 }
 
-class RecorderStackOfStreams : public ContainerTest {};
+using RecorderStackOfStreams = ContainerTest;
 
 TEST_F(RecorderStackOfStreams, TheThirtyThirdNestedEnterStopsTheLog) {
-  ASSERT_NE(Make(), nullptr);
   FolderChain chain(storage_, 33);
   ASSERT_EQ(chain.size(), 33u);
   CCompRecorder recorder;
@@ -58,77 +57,57 @@ TEST_F(RecorderStackOfStreams, TheThirtyThirdNestedEnterStopsTheLog) {
   EXPECT_EQ(recorder.GetStmDepth(), 32);
   unsigned char byte[] = {1};
   recorder.OpWrite(byte, 1, 0, chain[31], 1);
+  recorder.OpRemove("x", chain[31]);
   recorder.OpLeave(chain[31]);
   EXPECT_EQ(recorder.GetStmDepth(), 31);  // the stack is still kept
   EXPECT_EQ(recorder.GetDataLength(), before);
   EXPECT_EQ(recorder.GetOpCount(), 32u);
 }
 
-TEST_F(RecorderStackOfStreams, AWriteTwoLevelsBelowTheTopEntersTheMissingLevels) {
-  ASSERT_NE(Make(), nullptr);
+TEST_F(RecorderStackOfStreams, MissingAncestorsAreEnteredAndOthersAreNot) {
   FolderChain chain(storage_, 2);
   ASSERT_EQ(chain.size(), 2u);
   aoStream* leaf = chain[1]->OpenOrCreateStream("v", 0);
   ASSERT_NE(leaf, nullptr);
-  CCompRecorder recorder;
-  recorder.OpEnter("d0", 1, chain[0]);
+  CCompRecorder below;
+  below.OpEnter("d0", 1, chain[0]);
+  // An enter of a stream that is not a child of the top is not logged.
+  const unsigned int before = below.GetDataLength();
+  below.OpEnter("v", 0, leaf);
+  EXPECT_EQ(below.GetDataLength(), before);
+  EXPECT_EQ(below.GetStmDepth(), 1);
+  EXPECT_EQ(below.HasBeenStopped(), 0);
+  // A write two levels below the top enters the levels between.
   unsigned char byte[] = {0x5A};
-  recorder.OpWrite(byte, 1, 0, leaf, 1);
-  recorder.OpLeave(leaf);
-  const Bytes expected = {
-      0x01, 0x02, 0x00, 'd', '0', 0x01,                    // entered by the caller
-      0x01, 0x02, 0x00, 'd', '1', 0x01,                    // the missing folder
-      0x01, 0x01, 0x00, 'v', 0x00,                         // the stream written
-      0x05, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x5A,      // the write
-      0x03,
-  };
-  EXPECT_EQ(LogOf(recorder), expected);
-  EXPECT_EQ(recorder.GetStmDepth(), 2);
-  leaf->Release();
-}
+  below.OpWrite(byte, 1, 0, leaf, 1);
+  below.OpLeave(leaf);
+  EXPECT_EQ(LogOf(below), (Bytes{
+                              0x01, 0x02, 0x00, 'd', '0', 0x01,                // entered by the caller
+                              0x01, 0x02, 0x00, 'd', '1', 0x01,                // the missing folder
+                              0x01, 0x01, 0x00, 'v', 0x00,                     // the stream written
+                              0x05, 0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x5A,  // the write
+                              0x03,
+                          }));
+  EXPECT_EQ(below.GetStmDepth(), 2);
 
-TEST_F(RecorderStackOfStreams, AtTheRootTheWholeChainIsEnteredBeforeAnAppendOrARemove) {
-  ASSERT_NE(Make(), nullptr);
-  FolderChain chain(storage_, 2);
-  ASSERT_EQ(chain.size(), 2u);
-  aoStream* leaf = chain[1]->OpenOrCreateStream("v", 0);
-  ASSERT_NE(leaf, nullptr);
-  CCompRecorder recorder;
+  // At the root the whole chain is entered before an append or a remove.
+  CCompRecorder atRoot;
   unsigned char bytes[] = {7, 8};
-  recorder.OpAppend(bytes, 2, leaf, 1);
-  recorder.OpLeave(leaf);
-  recorder.OpRemove("v", chain[1]);
-  const Bytes expected = {
-      0x01, 0x02, 0x00, 'd', '0', 0x01,
-      0x01, 0x02, 0x00, 'd', '1', 0x01,
-      0x01, 0x01, 0x00, 'v', 0x00,
-      0x06, 0x01, 0x02, 0x00, 0x00, 0x00, 7, 8,
-      0x03,
-      0x04, 0x01, 0x00, 'v',                               // d1 is on top already
-  };
-  EXPECT_EQ(LogOf(recorder), expected);
-
-  leaf->Release();
-}
-
-TEST_F(RecorderStackOfStreams, AnEnterThatIsNotUnderTheTopIsNotLogged) {
-  ASSERT_NE(Make(), nullptr);
-  FolderChain chain(storage_, 2);
-  ASSERT_EQ(chain.size(), 2u);
-  aoStream* leaf = chain[1]->OpenOrCreateStream("v", 0);
-  ASSERT_NE(leaf, nullptr);
-  CCompRecorder recorder;
-  recorder.OpEnter("d0", 1, chain[0]);
-  const unsigned int before = recorder.GetDataLength();
-  recorder.OpEnter("v", 0, leaf);
-  EXPECT_EQ(recorder.GetDataLength(), before);
-  EXPECT_EQ(recorder.GetStmDepth(), 1);
-  EXPECT_EQ(recorder.HasBeenStopped(), 0);
+  atRoot.OpAppend(bytes, 2, leaf, 1);
+  atRoot.OpLeave(leaf);
+  atRoot.OpRemove("v", chain[1]);
+  EXPECT_EQ(LogOf(atRoot), (Bytes{
+                               0x01, 0x02, 0x00, 'd', '0', 0x01,
+                               0x01, 0x02, 0x00, 'd', '1', 0x01,
+                               0x01, 0x01, 0x00, 'v', 0x00,
+                               0x06, 0x01, 0x02, 0x00, 0x00, 0x00, 7, 8,
+                               0x03,
+                               0x04, 0x01, 0x00, 'v',  // d1 is on top already
+                           }));
   leaf->Release();
 }
 
 TEST_F(RecorderStackOfStreams, AnOpThatCannotBePlacedUnderTheTopStopsTheLog) {
-  ASSERT_NE(Make(), nullptr);
   FolderChain chain(storage_, 1);
   aoStream* other = storage_->OpenOrCreateStream("other", 0);
   aoStream* child = chain[0]->OpenOrCreateStream("c", 0);
@@ -147,7 +126,6 @@ TEST_F(RecorderStackOfStreams, AnOpThatCannotBePlacedUnderTheTopStopsTheLog) {
 }
 
 TEST_F(RecorderStackOfStreams, StreamsDeeperThanTenAncestorsCannotBePlaced) {
-  ASSERT_NE(Make(), nullptr);
   FolderChain chain(storage_, 12);
   ASSERT_EQ(chain.size(), 12u);
   CCompRecorder reachable;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "aostore/aostore.h"
-#include "entries/entries_fixture.h"
+#include "support/container_test.h"
 
 namespace ao::test {
 namespace {
@@ -29,7 +29,6 @@ class RecordingSession : public ContainerTest {
 
 
 TEST_F(RecordingSession, ContainerEntriesAreLoggedAsEnterDataLeave) {
-  ASSERT_NE(Make(), nullptr);
   EXPECT_EQ(storage_->StopRecording(), nullptr);
   ASSERT_EQ(storage_->StartRecording(), 1);
   CCompRecorder* active = storage_->GetRecorder();
@@ -64,7 +63,6 @@ TEST_F(RecordingSession, ContainerEntriesAreLoggedAsEnterDataLeave) {
 }
 
 TEST_F(RecordingSession, FolderEntriesAndRemovalsAreLoggedUnderTheirFolder) {
-  ASSERT_NE(Make(), nullptr);
   aoStream* gone = storage_->CreateStream("gone", kAoModeEdit);
   ASSERT_NE(gone, nullptr);
   gone->Release();
@@ -99,7 +97,6 @@ TEST_F(RecordingSession, FolderEntriesAndRemovalsAreLoggedUnderTheirFolder) {
 }
 
 TEST_F(RecordingSession, AnUnbalancedOrStoppedLogIsHandedOutEmpty) {
-  ASSERT_NE(Make(), nullptr);
   ASSERT_EQ(storage_->StartRecording(), 1);
   aoStream* folder = storage_->OpenOrCreateStream("F", 1);
   ASSERT_NE(folder, nullptr);
@@ -127,7 +124,6 @@ TEST_F(RecordingSession, AnUnbalancedOrStoppedLogIsHandedOutEmpty) {
 }
 
 TEST_F(RecordingSession, ReplayCountsRecordsAndStopsAtOnesItCannotApply) {
-  ASSERT_NE(Make(), nullptr);
   EXPECT_EQ(storage_->ReplayRecording(nullptr, 0), 0);
   Bytes notALog = {0x09, 0x01, 0x00};
   EXPECT_EQ(storage_->ReplayRecording(notALog.data(), 3), 0);
@@ -157,7 +153,6 @@ TEST_F(RecordingSession, ReplayCountsRecordsAndStopsAtOnesItCannotApply) {
 }
 
 TEST_F(RecordingSession, AReplayIntoARecordingContainerLogsItsFastEnters) {
-  ASSERT_NE(Make(), nullptr);
   ASSERT_EQ(storage_->StartRecording(), 1);
   Bytes log = {
       0x02, 0x01, 0x00, 'k', 0x00,

@@ -21,14 +21,8 @@ using ao::test::ReadChild;
 
 namespace {
 
-class GlobalSettings : public ::testing::Test {
+class GlobalSettings : public ao::test::GlobalStoreTest {
  protected:
-  void SetUp() override {
-    dataFolder_ = temp_.File("data");
-    ASSERT_EQ(store_->Initialize(dataFolder_.data()), 1);
-  }
-
-  std::string MiscPath() const { return dataFolder_ + "/System/misc.dat"; }
   // Settings bits 0 and 1 allow profiles to be written.
   void AllowProfiles(uint16_t hours) { store_->UpdateSettings(1, 0, 1, 0, hours); }
   std::unique_ptr<CGlobalSettingStgFile> Reopened() {
@@ -36,18 +30,6 @@ class GlobalSettings : public ::testing::Test {
     EXPECT_EQ(store->Initialize(dataFolder_.data()), 1);
     return store;
   }
-
-  static ZelvanorPermissionsStruct NumberedPermissions() {
-    ZelvanorPermissionsStruct permissions{};
-    for (int row = 0; row < ZelvanorPermissionsStruct::kRows; ++row)
-      for (int column = 0; column < ZelvanorPermissionsStruct::kColumns; ++column)
-        permissions.value[row][column] = static_cast<uint32_t>(row * 100 + column);
-    return permissions;
-  }
-
-  ao::test::TempDir temp_;
-  std::string dataFolder_;
-  std::unique_ptr<CGlobalSettingStgFile> store_ = std::make_unique<CGlobalSettingStgFile>();
 };
 
 // A user record in clear, framed by hand: of the given record type, record
@@ -175,7 +157,7 @@ TEST_F(GlobalSettings, UpdateUserProfileGuards) {
 
 TEST_F(GlobalSettings, PermissionsOfTheCurrentUser) {
   AllowProfiles(24);
-  ZelvanorPermissionsStruct permissions = NumberedPermissions();
+  ZelvanorPermissionsStruct permissions = ao::test::NumberedPermissions();
   std::vector<unsigned char> assets = ao::test::Pattern(100, 9);
   ASSERT_EQ(store_->UpdateUserProfile("Boss", "b", &permissions, nullptr, 0), 1);
   ASSERT_EQ(store_->UpdateUserProfile("Viewer", "v", nullptr, assets.data(), 100), 1);

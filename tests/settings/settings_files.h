@@ -1,18 +1,23 @@
-// Reading the global settings file from outside the store: its streams
-// through the public file class, and its records deciphered by a small RC4
-// written here, independently of the library's.
+// The global store in a fresh folder, and its file read from outside the
+// store: its streams through the public file class, and its records
+// deciphered by a small RC4 written here, independently of the library's.
 #ifndef AOSTORE_TESTS_SETTINGS_SETTINGS_FILES_H
 #define AOSTORE_TESTS_SETTINGS_SETTINGS_FILES_H
 
 #include "platform/crypto.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "aostore/aostore.h"
 #include "aostore/stream.h"
 #include "aostore/vastrel_file.h"
+#include "support/temp_dir.h"
 
 namespace ao::test {
 
@@ -59,6 +64,29 @@ inline std::vector<unsigned char> FileRc4Key(const std::string& path) {
   crypto::DestroyHash(hash);
   crypto::ReleaseCryptoProvider(provider);
   return {digest, digest + sizeof digest};
+}
+
+// A global store initialised in a fresh data folder for each test.
+class GlobalStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dataFolder_ = temp_.File("data");
+    ASSERT_EQ(store_->Initialize(dataFolder_.data()), 1);
+  }
+  std::string MiscPath() const { return dataFolder_ + "/System/misc.dat"; }
+
+  TempDir temp_;
+  std::string dataFolder_;
+  std::unique_ptr<CGlobalSettingStgFile> store_ = std::make_unique<CGlobalSettingStgFile>();
+};
+
+// Permissions whose every word tells its row and column: row * 100 + column.
+inline ZelvanorPermissionsStruct NumberedPermissions() {
+  ZelvanorPermissionsStruct permissions{};
+  for (int row = 0; row < ZelvanorPermissionsStruct::kRows; ++row)
+    for (int column = 0; column < ZelvanorPermissionsStruct::kColumns; ++column)
+      permissions.value[row][column] = static_cast<uint32_t>(row * 100 + column);
+  return permissions;
 }
 
 // RC4 from the start of the key stream; enciphers and deciphers alike.

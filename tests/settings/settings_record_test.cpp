@@ -8,21 +8,14 @@
 
 #include "aostore/aostore.h"
 #include "settings_files.h"
-#include "support/temp_dir.h"
 
 using ao::test::Le;
 using ao::test::ReadChild;
 
 namespace {
 
-class StoredRecords : public ::testing::Test {
+class StoredRecords : public ao::test::GlobalStoreTest {
  protected:
-  void SetUp() override {
-    dataFolder_ = temp_.File("data");
-    ASSERT_EQ(store_.Initialize(dataFolder_.data()), 1);
-  }
-  std::string MiscPath() const { return dataFolder_ + "/System/misc.dat"; }
-
   // The record of stream/child with everything after the outer header
   // deciphered.
   std::vector<unsigned char> Deciphered(const char* stream, const char* child) {
@@ -32,23 +25,12 @@ class StoredRecords : public ::testing::Test {
     if (record.size() > 16 && key.size() == 16) ao::test::Rc4(key, record.data() + 16, record.size() - 16);
     return record;
   }
-
-  ao::test::TempDir temp_;
-  std::string dataFolder_;
-  CGlobalSettingStgFile store_;
 };
 
 }  // namespace
 
-TEST_F(StoredRecords, KeyRecordHoldsScrambledMaterial) {
-  const std::vector<unsigned char> record = ReadChild(MiscPath(), "System", "Key");
-  ASSERT_EQ(record.size(), 272u);
-  EXPECT_EQ(Le(record, 0, 4), 1u);
-  EXPECT_EQ(Le(record, 8, 8), 256u);
-}
-
 TEST_F(StoredRecords, SettingsRecordFraming) {
-  store_.UpdateSettings(1, 1, 0, 1, 0x1234);
+  store_->UpdateSettings(1, 1, 0, 1, 0x1234);
   const std::vector<unsigned char> record = Deciphered("Settings", "UserInfo");
   ASSERT_EQ(record.size(), 16u + 16u + 96u);
   const std::vector<unsigned char> headers = {
@@ -63,12 +45,10 @@ TEST_F(StoredRecords, SettingsRecordFraming) {
 }
 
 TEST_F(StoredRecords, UserRecordFraming) {
-  store_.UpdateSettings(1, 0, 1, 0, 24);
-  ZelvanorPermissionsStruct permissions{};
-  for (int row = 0; row < 64; ++row)
-    for (int column = 0; column < 16; ++column) permissions.value[row][column] = uint32_t(row * 100 + column);
+  store_->UpdateSettings(1, 0, 1, 0, 24);
+  ZelvanorPermissionsStruct permissions = ao::test::NumberedPermissions();
   const uint32_t before = static_cast<uint32_t>(std::time(nullptr));
-  ASSERT_EQ(store_.UpdateUserProfile("Admin", "Secret", &permissions, nullptr, 0), 1);
+  ASSERT_EQ(store_->UpdateUserProfile("Admin", "Secret", &permissions, nullptr, 0), 1);
   const uint32_t after = static_cast<uint32_t>(std::time(nullptr));
 
   const std::vector<std::string> names = ao::test::ChildNames(MiscPath(), "Users");

@@ -9,28 +9,17 @@
 
 #include "aostore/aostore.h"
 #include "storage/internals.h"
-#include "support/temp_dir.h"
+#include "support/container_test.h"
 
 namespace {
 
 using ao::test::FileExists;
 using ao::test::FileSize;
-using ao::test::ReadWholeFile;
 using ao::test::WriteWholeFile;
 
 uint32_t U32(const std::vector<unsigned char>& bytes, size_t at) {
   return bytes[at] | (bytes[at + 1] << 8) | (bytes[at + 2] << 16) | (static_cast<uint32_t>(bytes[at + 3]) << 24);
 }
-
-// Sets the offset width for Create for the life of the object.
-class OffsetWidth {
- public:
-  explicit OffsetWidth(int use64) : saved_(aoStorage::g_bUse64BitOffsets) { aoStorage::g_bUse64BitOffsets = use64; }
-  ~OffsetWidth() { aoStorage::g_bUse64BitOffsets = saved_; }
-
- private:
-  int saved_;
-};
 
 // A container image made by hand: header bytes then one root table.
 std::vector<unsigned char> HandMadeFile(char version, bool legacy) {
@@ -51,14 +40,11 @@ std::vector<unsigned char> HandMadeFile(char version, bool legacy) {
   return bytes;
 }
 
-TEST(NewContainer, SixtyFourBitFileHasTheExactHeaderAndFirstTable) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("new64.dat");
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  storage->Release();
+using NewContainer = ao::test::ContainerTest;
 
-  const auto bytes = ReadWholeFile(path);
+TEST_F(NewContainer, BothWidthsHaveTheExactHeaderAndFirstTable) {
+  Close();
+  auto bytes = FileBytes();
   ASSERT_EQ(bytes.size(), 5936u);
   EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + 24), "@_QO_Structured_Storage@");
   const std::vector<unsigned char> tail = {'2', 0, 64, 0, 6, 0, 0, 0};
@@ -71,34 +57,20 @@ TEST(NewContainer, SixtyFourBitFileHasTheExactHeaderAndFirstTable) {
     EXPECT_EQ(U32(bytes, record), 0xFCFCFCFCu);
     for (size_t at = record + 4; at < record + 92; ++at) ASSERT_EQ(bytes[at], 0) << "slot " << slot;
   }
-}
 
-TEST(NewContainer, ThirtyTwoBitFileIs5164Bytes) {
-  OffsetWidth narrow(0);
-  ao::test::TempDir dir;
-  const std::string path = dir.File("new32.dat");
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  EXPECT_FALSE(storage->Uses64BitOffsets());
-  EXPECT_EQ(storage->GetVersion(), '1');
-  storage->Release();
-  const auto bytes = ReadWholeFile(path);
+  // Create replaces whatever file is on the path, here with a 32-bit one.
+  WriteWholeFile(path_, std::vector<unsigned char>(100000, 0x55));
+  Create(0, false);
+  EXPECT_FALSE(storage_->Uses64BitOffsets());
+  EXPECT_EQ(storage_->GetVersion(), '1');
+  Close();
+  bytes = FileBytes();
   ASSERT_EQ(bytes.size(), 5164u);
   EXPECT_EQ(bytes[24], '1');
   EXPECT_EQ(U32(bytes, 32), 0xFBFBFBFBu);
   EXPECT_EQ(U32(bytes, 36), 64u);
   EXPECT_EQ(U32(bytes, 44), 0xFCFCFCFCu);
   EXPECT_EQ(U32(bytes, 44 + 63 * 80), 0xFCFCFCFCu);
-}
-
-TEST(NewContainer, CreateOverwritesAnExistingFile) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("old.dat");
-  WriteWholeFile(path, std::vector<unsigned char>(100000, 0x55));
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  storage->Release();
-  EXPECT_EQ(FileSize(path), 5936);
 }
 
 TEST(HeaderVersions, EachAcceptedVersionIsReadWithItsWidthAndSlotCounts) {
@@ -203,24 +175,22 @@ TEST(BadFiles, DamagedRootDirectoryIsRefusedAndTheFileDeleted) {
   damaged("truncated-table", std::vector<unsigned char>(good.begin(), good.begin() + 1000));
 }
 
-TEST(SharedFileRef, OpensOfOnePathShareOneRecordUntilTheLastRelease) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("shared.dat");
-  aoStorage* first = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(first, nullptr);
-  aoStorage* second = aoStorage::Open(path.c_str(), kAoModeEdit, 0, 0);
+using OpenContainer = ao::test::ContainerTest;
+
+TEST_F(OpenContainer, OpensOfOnePathShareOneRecordUntilTheLastRelease) {
+  aoStorage* second = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 0);
   ASSERT_NE(second, nullptr);
-  EXPECT_EQ(ao::StorageInternals::FileRef(*first), ao::StorageInternals::FileRef(*second));
-  EXPECT_EQ(ao::StorageInternals::RefCount(*first), 2);
-  EXPECT_EQ(ao::Registry().map.count(path), 1u);
-  first->Release();
+  EXPECT_EQ(ao::StorageInternals::FileRef(*storage_), ao::StorageInternals::FileRef(*second));
+  EXPECT_EQ(ao::StorageInternals::RefCount(*storage_), 2);
+  EXPECT_EQ(ao::Registry().map.count(path_), 1u);
+  Close();
   EXPECT_EQ(ao::StorageInternals::RefCount(*second), 1);
   second->Release();
-  EXPECT_EQ(ao::Registry().map.count(path), 0u);
+  EXPECT_EQ(ao::Registry().map.count(path_), 0u);
 
   // Two spellings of one path are two records.
-  aoStorage* plain = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
-  const std::string other = dir.path() + "/./shared.dat";
+  aoStorage* plain = aoStorage::Open(path_.c_str(), kAoModeInspect, 0, 0);
+  const std::string other = dir_.path() + "/./container.dat";
   aoStorage* dotted = aoStorage::Open(other.c_str(), kAoModeInspect, 0, 0);
   ASSERT_NE(plain, nullptr);
   ASSERT_NE(dotted, nullptr);
@@ -229,19 +199,15 @@ TEST(SharedFileRef, OpensOfOnePathShareOneRecordUntilTheLastRelease) {
   dotted->Release();
 }
 
-TEST(InMemoryImage, RefusesWritesAndReadsAfterTheHandleIsClosed) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("image.dat");
-  aoStorage* writer = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(writer, nullptr);
-  aoStream* stream = writer->CreateStream("text", kAoModeEdit);
+TEST_F(OpenContainer, AnInMemoryImageRefusesWritesAndReadsAfterTheHandleIsClosed) {
+  aoStream* stream = storage_->CreateStream("text", kAoModeEdit);
   ASSERT_NE(stream, nullptr);
   ASSERT_EQ(stream->Write("in memory", 9, false, nullptr), 9);
   stream->Release();
-  writer->Release();
-  const auto before = ReadWholeFile(path);
+  Close();
+  const auto before = FileBytes();
 
-  aoStorage* image = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 1);
+  aoStorage* image = aoStorage::Open(path_.c_str(), kAoModeInspect, 0, 1);
   ASSERT_NE(image, nullptr);
   EXPECT_TRUE(image->IsInMemory());
   EXPECT_EQ(ao::StorageInternals::File(*image), ao::kInvalidFile);
@@ -254,27 +220,24 @@ TEST(InMemoryImage, RefusesWritesAndReadsAfterTheHandleIsClosed) {
   stream->Release();
   EXPECT_EQ(image->CreateStream("new", kAoModeEdit), nullptr);
   image->Release();
-  EXPECT_EQ(ReadWholeFile(path), before);
+  EXPECT_EQ(FileBytes(), before);
 
   // Asking for writing disables the image.
-  aoStorage* editable = aoStorage::Open(path.c_str(), kAoModeEdit, 0, 1);
+  aoStorage* editable = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 1);
   ASSERT_NE(editable, nullptr);
   EXPECT_FALSE(editable->IsInMemory());
   editable->Release();
 }
 
-TEST(OpenOrCreate, CreatesOnceThenOpens) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("ooc.dat");
+TEST_F(OpenContainer, OpenOrCreateCreatesOnceThenOpens) {
+  const std::string path = dir_.File("ooc.dat");
   aoStorage* storage = aoStorage::OpenOrCreate(path.c_str(), kAoModeEdit, 0);
   ASSERT_NE(storage, nullptr);
-  aoStream* stream = storage->CreateStream("kept", kAoModeEdit);
-  ASSERT_NE(stream, nullptr);
-  stream->Release();
+  storage->CreateStream("kept", kAoModeEdit)->Release();
   storage->Release();
   storage = aoStorage::OpenOrCreate(path.c_str(), kAoModeEdit, 0);
   ASSERT_NE(storage, nullptr);
-  stream = storage->OpenStream("kept", kAoModeInspect);
+  aoStream* stream = storage->OpenStream("kept", kAoModeInspect);
   EXPECT_NE(stream, nullptr);
   if (stream != nullptr) stream->Release();
   EXPECT_STREQ(storage->GetPath(), path.c_str());

@@ -49,10 +49,7 @@ TEST_F(FolderChildren, ANestedTreeSurvivesReopening) {
 
 TEST_F(FolderChildren, AFoldersDataIsItsCountThenItsChildrensRecords) {
   for (int use64 : {1, 0}) {
-    const int saved = aoStorage::g_bUse64BitOffsets;
-    aoStorage::g_bUse64BitOffsets = use64;
-    Create(0);
-    aoStorage::g_bUse64BitOffsets = saved;
+    Create(0, use64 != 0);
     aoStream* folder = RootFolder("f");
     aoStream* child = folder->CreateStream("kid", 0x00050001, kAoModeEdit, 1);
     const auto block = static_cast<uint64_t>(child->GetHeader().firstBlock);

@@ -14,7 +14,7 @@ namespace {
 
 using namespace ao::test;
 
-class FolderStraddle : public ContainerTest {};
+using FolderStraddle = ContainerTest;
 
 TEST_F(FolderStraddle, ARecordSplitAtABlockEndIsWrittenInBothPieces) {
   // "f" takes over the 200-byte first block of "donor", no longer the file's

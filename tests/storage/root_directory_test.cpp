@@ -8,20 +8,12 @@
 #include <vector>
 
 #include "aostore/aostore.h"
-#include "support/temp_dir.h"
+#include "support/container_test.h"
 
 namespace {
 
-class RootDirectory : public ::testing::Test {
+class RootDirectory : public ao::test::ContainerTest {
  protected:
-  void SetUp() override {
-    path_ = dir_.File("root.dat");
-    storage_ = aoStorage::Create(path_.c_str(), kAoModeEdit, 0);
-    ASSERT_NE(storage_, nullptr);
-  }
-  void TearDown() override {
-    if (storage_ != nullptr) storage_->Release();
-  }
   void Make(const std::string& name, uint32_t attributes = 0) {
     aoStream* stream = storage_->CreateStream(name.c_str(), attributes, kAoModeEdit);
     ASSERT_NE(stream, nullptr) << name;
@@ -37,10 +29,6 @@ class RootDirectory : public ::testing::Test {
     }
     return names;
   }
-
-  ao::test::TempDir dir_;
-  std::string path_;
-  aoStorage* storage_ = nullptr;
 };
 
 TEST_F(RootDirectory, NamesUpTo51BytesAndNoDuplicates) {
@@ -52,8 +40,7 @@ TEST_F(RootDirectory, NamesUpTo51BytesAndNoDuplicates) {
   EXPECT_EQ(storage_->CreateStream(std::string(52, 'n').c_str(), kAoModeEdit), nullptr);
   EXPECT_EQ(storage_->CreateStream(longest.c_str(), kAoModeEdit), nullptr);
   EXPECT_EQ(storage_->CreateStream("", kAoModeEdit), nullptr);
-  storage_->Release();
-  storage_ = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 0);
+  Reopen();
   stream = storage_->OpenStream(longest.c_str(), kAoModeInspect);
   ASSERT_NE(stream, nullptr);
   stream->Release();
@@ -87,9 +74,7 @@ TEST_F(RootDirectory, The59thOrdinaryStreamAppendsASecondTable) {
   EXPECT_EQ(next, 5936);
   EXPECT_EQ(bytes[5936], 0xFB);
   EXPECT_EQ(bytes[5936 + 4], 64);
-  storage_->Release();
-  storage_ = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 0);
-  ASSERT_NE(storage_, nullptr);
+  Reopen();
   EXPECT_EQ(MapWalk().size(), 59u);
   tag_aoStreamOffset where;
   ASSERT_TRUE(storage_->FindStreamOffset("s58", where));
@@ -257,8 +242,7 @@ TEST_F(RootDirectory, RenamingTheRecordLeavesTheMapUntilReopen) {
   ASSERT_NE(old, nullptr);
   EXPECT_STREQ(old->GetName(), "after");  // the record itself was renamed
   old->Release();
-  storage_->Release();
-  storage_ = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 0);
+  Reopen();
   EXPECT_EQ(storage_->OpenStream("before", kAoModeInspect), nullptr);
   aoStream* renamed = storage_->OpenStream("after", kAoModeInspect);
   ASSERT_NE(renamed, nullptr);
@@ -310,12 +294,11 @@ TEST_F(RootDirectory, TwoObjectsOnOnePathSeeEachOthersNewStreams) {
     stream->Release();
   }
   other->Release();
-  storage_->Release();
-  storage_ = aoStorage::Open(path_.c_str(), kAoModeEdit, 0, 0);
+  Reopen();
   EXPECT_EQ(MapWalk().size(), 72u);
 }
 
-TEST_F(RootDirectory, PhysicalAndPositionalWalks) {
+TEST_F(RootDirectory, PhysicalPositionalAndByKindLookUps) {
   for (const char* name : {"p0", "p1", "p2"}) Make(name);
   int position = -1;
   std::vector<std::string> names;
@@ -330,19 +313,17 @@ TEST_F(RootDirectory, PhysicalAndPositionalWalks) {
   ASSERT_NE(first, nullptr);
   EXPECT_STREQ(first->GetName(), "p0");
   first->Release();
-}
 
-TEST_F(RootDirectory, FindRootByKind) {
-  Make("data");
+  // Found by kind: any data stream, or a folder by name.
   Make("folder", 1);
   aoStream* found = storage_->FindRootStream("");
   ASSERT_NE(found, nullptr);
-  EXPECT_STREQ(found->GetName(), "data");
+  EXPECT_EQ(found->IsFolder(), 0);
   found->Release();
   found = storage_->FindRootStorage("folder");
   ASSERT_NE(found, nullptr);
   found->Release();
-  EXPECT_EQ(storage_->FindRootStorage("data"), nullptr);
+  EXPECT_EQ(storage_->FindRootStorage("p1"), nullptr);
   found = storage_->FindRootStorageWrite("");
   ASSERT_NE(found, nullptr);
   EXPECT_STREQ(found->GetName(), "folder");

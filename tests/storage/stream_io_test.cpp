@@ -11,71 +11,14 @@
 #include "aostore/aostore.h"
 #include "platform/fault_files.h"
 #include "storage/internals.h"
-#include "support/temp_dir.h"
+#include "support/container_test.h"
 
 namespace {
 
 using ao::test::Pattern;
+using ao::test::ReadChild;
 
-class StreamIo : public ::testing::Test {
- protected:
-  void SetUp() override {
-    path_ = dir_.File("streams.dat");
-    storage_ = aoStorage::Create(path_.c_str(), kAoModeEdit, 0);
-    ASSERT_NE(storage_, nullptr);
-  }
-  void TearDown() override {
-    if (storage_ != nullptr) storage_->Release();
-  }
-  void Reopen(uint32_t mode = kAoModeEdit) {
-    storage_->Release();
-    storage_ = aoStorage::Open(path_.c_str(), mode, 0, 0);
-    ASSERT_NE(storage_, nullptr);
-  }
-  std::vector<unsigned char> ReadAll(const char* name) {
-    aoStream* stream = storage_->OpenStream(name, kAoModeInspect);
-    EXPECT_NE(stream, nullptr);
-    if (stream == nullptr) return {};
-    std::vector<unsigned char> bytes(static_cast<size_t>(stream->GetLength()));
-    EXPECT_EQ(stream->Read(bytes.data(), static_cast<int64_t>(bytes.size())), static_cast<int64_t>(bytes.size()));
-    stream->Release();
-    return bytes;
-  }
-
-  ao::test::TempDir dir_;
-  std::string path_;
-  aoStorage* storage_ = nullptr;
-};
-
-TEST_F(StreamIo, InterleavedWritersBuildChainsThatReadBackExactly) {
-  // Three streams grow in turn, so the file's tail block moves between them
-  // and each stream's data ends up in a chain of many blocks.
-  const char* names[] = {"alpha", "beta", "gamma"};
-  aoStream* streams[3];
-  for (int i = 0; i < 3; ++i) {
-    streams[i] = storage_->CreateStream(names[i], kAoModeEdit);
-    ASSERT_NE(streams[i], nullptr);
-  }
-  std::vector<unsigned char> expected[3];
-  for (int round = 0; round < 40; ++round) {
-    for (int i = 0; i < 3; ++i) {
-      const auto chunk = Pattern(1000 + 37 * round + i, static_cast<uint32_t>(round * 3 + i));
-      ASSERT_EQ(streams[i]->Write(chunk.data(), static_cast<int64_t>(chunk.size()), false, nullptr),
-                static_cast<int64_t>(chunk.size()));
-      expected[i].insert(expected[i].end(), chunk.begin(), chunk.end());
-    }
-  }
-  for (aoStream* stream : streams) stream->Release();
-  Reopen(kAoModeInspect);
-  for (int i = 0; i < 3; ++i) {
-    aoStream* stream = storage_->OpenStream(names[i], kAoModeInspect);
-    ASSERT_NE(stream, nullptr);
-    EXPECT_EQ(stream->GetLength(), static_cast<int64_t>(expected[i].size()));
-    EXPECT_GE(stream->GetAllocLength(), stream->GetLength());
-    stream->Release();
-    EXPECT_EQ(ReadAll(names[i]), expected[i]) << names[i];
-  }
-}
+using StreamIo = ao::test::ContainerTest;
 
 TEST_F(StreamIo, TheMostRecentStreamGrowsInOneContiguousBlock) {
   aoStream* stream = storage_->CreateStream("log", kAoModeEdit);
@@ -162,7 +105,7 @@ TEST_F(StreamIo, WritesWithAndWithoutSetEnd) {
   EXPECT_GT(where, 0);
   stream->Release();
   Reopen();
-  auto bytes = ReadAll("s");
+  auto bytes = ReadChild(storage_, "s");
   ASSERT_EQ(bytes.size(), 14u);
   EXPECT_EQ(std::string(bytes.begin() + 4, bytes.end()), "abcdefghij");
   EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 4),
@@ -246,7 +189,7 @@ TEST_F(StreamIo, EveryWriteIsInTheFileAtOnce) {
   Reopen(kAoModeInspect);
   std::vector<unsigned char> expected(bytes.begin(), bytes.begin() + 110);
   std::memcpy(expected.data() + 100, bytes.data(), 10);
-  EXPECT_EQ(ReadAll("growing"), expected);
+  EXPECT_EQ(ReadChild(storage_, "growing"), expected);
 }
 
 TEST_F(StreamIo, SetLengthOnlyShrinksAndNeedsWriteMode) {
@@ -262,7 +205,7 @@ TEST_F(StreamIo, SetLengthOnlyShrinksAndNeedsWriteMode) {
   EXPECT_EQ(reader->GetLength(), 6);
   EXPECT_FALSE(reader->SetLength(2));
   reader->Release();
-  EXPECT_EQ(ReadAll("s").size(), 6u);
+  EXPECT_EQ(ReadChild(storage_, "s").size(), 6u);
 }
 
 TEST_F(StreamIo, SizePrefixIsVerifiedAgainstTheData) {
@@ -299,7 +242,7 @@ TEST_F(StreamIo, PreallocationReservesOneBlockForTheWholeStream) {
   EXPECT_EQ(stream->GetAllocLength(), 64 * 1024);
   stream->Release();
   other->Release();
-  EXPECT_EQ(ReadAll("pre"), data);
+  EXPECT_EQ(ReadChild(storage_, "pre"), data);
 }
 
 TEST_F(StreamIo, ReadingStopsAtTheBlockRecordedAsLast) {
@@ -311,14 +254,12 @@ TEST_F(StreamIo, ReadingStopsAtTheBlockRecordedAsLast) {
   const int64_t record = stream->GetWhere().recordOffset;
   stream->Release();
   other->Release();
-  storage_->Release();
-  storage_ = nullptr;
+  Close();
   // Point the record's last-block field (offset 76) at its first block (84).
-  auto bytes = ao::test::ReadWholeFile(path_);
+  auto bytes = FileBytes();
   for (int i = 0; i < 8; ++i) bytes[record + 76 + i] = bytes[record + 84 + i];
   ao::test::WriteWholeFile(path_, bytes);
-  storage_ = aoStorage::Open(path_.c_str(), kAoModeInspect, 0, 0);
-  ASSERT_NE(storage_, nullptr);
+  Reopen(kAoModeInspect);
   stream = storage_->OpenStream("s", kAoModeInspect);
   ASSERT_NE(stream, nullptr);
   char text[16] = {};
@@ -327,52 +268,36 @@ TEST_F(StreamIo, ReadingStopsAtTheBlockRecordedAsLast) {
   stream->Release();
 }
 
-TEST(StreamLimits, WritesStopAtTheStreamSizeLimit) {
-  const int64_t saved = aoStorage::g_iMaxCompStmSize;
+TEST_F(StreamIo, WritesStopAtTheStreamAndFileSizeLimits) {
+  const int64_t savedStream = aoStorage::g_iMaxCompStmSize, savedFile = aoStorage::g_iMaxVastrelSize;
+  aoStream* limited = storage_->CreateStream("limited", kAoModeEdit);
+  aoStream* grower = storage_->CreateStream("grow", kAoModeEdit);
+  aoStream* blocked = storage_->CreateStream("blocked", kAoModeEdit);
+  const auto data = Pattern(5000, 1);
   aoStorage::g_iMaxCompStmSize = 1000;
-  ao::test::TempDir dir;
-  aoStorage* storage = aoStorage::Create(dir.File("limit.dat").c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
-  const auto data = Pattern(1500, 1);
-  EXPECT_EQ(stream->Write(data.data(), 900, false, nullptr), 900);
-  EXPECT_EQ(stream->Write(data.data(), 500, false, nullptr), 100);
-  EXPECT_EQ(stream->Write(data.data(), 10, false, nullptr), 0);
-  EXPECT_EQ(stream->GetLength(), 1000);
-  stream->Release();
-  storage->Release();
-  aoStorage::g_iMaxCompStmSize = saved;
-}
+  EXPECT_EQ(limited->Write(data.data(), 900, false, nullptr), 900);
+  EXPECT_EQ(limited->Write(data.data(), 500, false, nullptr), 100);
+  EXPECT_EQ(limited->Write(data.data(), 10, false, nullptr), 0);
+  EXPECT_EQ(limited->GetLength(), 1000);
+  aoStorage::g_iMaxCompStmSize = savedStream;
 
-TEST(StreamLimits, TheFileLimitStopsGrowthAndNewBlocks) {
-  const int64_t saved = aoStorage::g_iMaxVastrelSize;
-  ao::test::TempDir dir;
-  aoStorage* storage = aoStorage::Create(dir.File("file-limit.dat").c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  aoStream* grower = storage->CreateStream("grow", kAoModeEdit);
-  aoStream* blocked = storage->CreateStream("blocked", kAoModeEdit);
   ASSERT_EQ(blocked->Write("b", 1, false, nullptr), 1);
-  aoStorage::g_iMaxVastrelSize = storage->GetFileSize() + 1000;
-  // The tail block grows in place up to the limit.
-  const auto data = Pattern(5000, 2);
-  const int64_t written = blocked->Write(data.data(), 5000, false, nullptr);
-  EXPECT_EQ(written, 1000);
-  EXPECT_EQ(storage->GetFileSize(), aoStorage::g_iMaxVastrelSize);
-  // No new block can be appended: the first write of another stream fails.
+  aoStorage::g_iMaxVastrelSize = storage_->GetFileSize() + 1000;
+  // The tail block grows in place up to the file limit; no new block can be
+  // appended, so the first write of another stream fails.
+  EXPECT_EQ(blocked->Write(data.data(), 5000, false, nullptr), 1000);
+  EXPECT_EQ(storage_->GetFileSize(), aoStorage::g_iMaxVastrelSize);
   EXPECT_EQ(grower->Write(data.data(), 10, false, nullptr), -1);
-  grower->Release();
-  blocked->Release();
-  storage->Release();
-  aoStorage::g_iMaxVastrelSize = saved;
+  aoStorage::g_iMaxVastrelSize = savedFile;
+  for (aoStream* stream : {limited, grower, blocked}) stream->Release();
 }
 
-TEST(StreamFaults, AFailedHeaderWriteGivesMinusOneAndTheContainerStillOpens) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("faults.dat");
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  ASSERT_NE(storage, nullptr);
-  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
+TEST_F(StreamIo, FailedWritesAndReadsGiveMinusOneAndTheContainerStillOpens) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
   ASSERT_EQ(stream->Write("kept", 4, false, nullptr), 4);
+  const auto data = Pattern(4000, 9);
+  aoStream* other = storage_->CreateStream("other", kAoModeEdit);
+  std::vector<unsigned char> out(4000);
   {
     ao::platform::ScopedFaultFiles faults;
     // Write 1 is the data, 2 the block header, 3 the stream header.
@@ -381,51 +306,29 @@ TEST(StreamFaults, AFailedHeaderWriteGivesMinusOneAndTheContainerStillOpens) {
       EXPECT_EQ(stream->Write("more", 4, false, nullptr), -1) << nth;
     }
     faults->FailRead(1);
-    aoStream* reader = storage->OpenStream("s", kAoModeInspect);
-    EXPECT_EQ(reader, nullptr);
+    EXPECT_EQ(storage_->OpenStream("s", kAoModeInspect), nullptr);
+    // A short read of a block is an error too, and not remembered.
+    faults->Disarm();
+    ASSERT_EQ(other->Write(data.data(), 4000, false, nullptr), 4000);
+    ASSERT_EQ(other->Seek(0, 0, true), 0);
+    faults->FailRead(1, ao::platform::FaultFiles::Fault::kShort);
+    EXPECT_EQ(other->Read(out.data(), 4000), -1);
     faults->Disarm();
   }
-  stream->Release();
-  storage->Release();
-  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
-  ASSERT_NE(storage, nullptr);
-  stream = storage->OpenStream("s", kAoModeInspect);
-  ASSERT_NE(stream, nullptr);
-  char text[5] = {};
-  EXPECT_GE(stream->GetLength(), 4);
-  EXPECT_EQ(stream->Read(text, 4), 4);
-  EXPECT_STREQ(text, "kept");
-  stream->Release();
-  storage->Release();
-}
-
-TEST(StreamFaults, AShortReadOfABlockIsAnError) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("short.dat");
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
-  const auto data = Pattern(4000, 9);
-  ASSERT_EQ(stream->Write(data.data(), 4000, false, nullptr), 4000);
-  ASSERT_EQ(stream->Seek(0, 0, true), 0);
-  std::vector<unsigned char> out(4000);
-  {
-    ao::platform::ScopedFaultFiles faults;
-    faults->FailRead(1, ao::platform::FaultFiles::Fault::kShort);
-    EXPECT_EQ(stream->Read(out.data(), 4000), -1);
-  }
-  ASSERT_EQ(stream->Seek(0, 0, true), 0);
-  EXPECT_EQ(stream->Read(out.data(), 4000), 4000);
+  ASSERT_EQ(other->Seek(0, 0, true), 0);
+  EXPECT_EQ(other->Read(out.data(), 4000), 4000);
   EXPECT_EQ(out, data);
   stream->Release();
-  storage->Release();
+  other->Release();
+  Reopen(kAoModeInspect);
+  const auto kept = ReadChild(storage_, "s");
+  ASSERT_GE(kept.size(), 4u);
+  EXPECT_EQ(std::string(kept.begin(), kept.begin() + 4), "kept");
 }
 
-TEST(StreamDamage, ChainLoopsAndBadBlocksEndWalks) {
-  ao::test::TempDir dir;
-  const std::string path = dir.File("loop.dat");
-  aoStorage* storage = aoStorage::Create(path.c_str(), kAoModeEdit, 0);
-  aoStream* stream = storage->CreateStream("s", kAoModeEdit);
-  aoStream* other = storage->CreateStream("o", kAoModeEdit);
+TEST_F(StreamIo, ChainLoopsAndBadBlocksEndWalks) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  aoStream* other = storage_->CreateStream("o", kAoModeEdit);
   ASSERT_EQ(stream->Write("aaaa", 4, false, nullptr), 4);
   ASSERT_EQ(other->Write("b", 1, false, nullptr), 1);
   ASSERT_EQ(stream->Write("cccc", 4, false, nullptr), 4);
@@ -434,14 +337,13 @@ TEST(StreamDamage, ChainLoopsAndBadBlocksEndWalks) {
   ASSERT_NE(first, second);
   stream->Release();
   other->Release();
-  storage->Release();
+  Close();
   // Make the second block point back at the first one.
-  auto bytes = ao::test::ReadWholeFile(path);
+  auto bytes = FileBytes();
   for (int i = 0; i < 8; ++i) bytes[second + 32 + i] = static_cast<unsigned char>(first >> (8 * i));
-  ao::test::WriteWholeFile(path, bytes);
-  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
-  ASSERT_NE(storage, nullptr);
-  stream = storage->OpenStream("s", kAoModeInspect);
+  ao::test::WriteWholeFile(path_, bytes);
+  Reopen(kAoModeInspect);
+  stream = storage_->OpenStream("s", kAoModeInspect);
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(stream->GetAllocLength(), -1);
   EXPECT_EQ(stream->Seek(100, 0, true), -1);
@@ -449,18 +351,16 @@ TEST(StreamDamage, ChainLoopsAndBadBlocksEndWalks) {
   EXPECT_EQ(stream->Seek(0, 0, true), 0);
   EXPECT_EQ(stream->Read(text, 8), 8);
   stream->Release();
-  storage->Release();
+  Close();
   // A data end inside the block header is damage: reads fail.
-  bytes = ao::test::ReadWholeFile(path);
   bytes[first + 8] = 5;
   bytes[first + 9] = 0;
-  ao::test::WriteWholeFile(path, bytes);
-  storage = aoStorage::Open(path.c_str(), kAoModeInspect, 0, 0);
-  stream = storage->OpenStream("s", kAoModeInspect);
+  ao::test::WriteWholeFile(path_, bytes);
+  Reopen(kAoModeInspect);
+  stream = storage_->OpenStream("s", kAoModeInspect);
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(stream->Read(text, 8), -1);
   stream->Release();
-  storage->Release();
 }
 
 }  // namespace

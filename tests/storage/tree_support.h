@@ -1,5 +1,5 @@
-// Helpers for the folder, preload and rebuild tests: a container in a
-// temporary folder, streams written and read whole, and a listing of a tree.
+// Helpers for the folder, preload and rebuild tests: children written and
+// read whole, and a listing of a tree.
 #ifndef AOSTORE_TESTS_STORAGE_TREE_SUPPORT_H
 #define AOSTORE_TESTS_STORAGE_TREE_SUPPORT_H
 
@@ -11,11 +11,9 @@
 #include <vector>
 
 #include "aostore/aostore.h"
-#include "support/temp_dir.h"
+#include "support/container_test.h"
 
 namespace ao::test {
-
-using Bytes = std::vector<unsigned char>;
 
 inline Bytes Text(const char* text) { return {text, text + std::strlen(text)}; }
 
@@ -37,24 +35,6 @@ inline void WriteChild(aoStream* folder, const char* name, const Bytes& bytes, c
               static_cast<int64_t>(bytes.size()));
   }
   child->Release();
-}
-
-inline Bytes ReadWhole(aoStream* stream) {
-  Bytes bytes(static_cast<size_t>(stream->GetLength()));
-  stream->Seek(0, 0, true);
-  if (!bytes.empty()) {
-    EXPECT_EQ(stream->Read(bytes.data(), stream->GetLength()), stream->GetLength());
-  }
-  return bytes;
-}
-
-inline Bytes ReadChild(aoStream* folder, const char* name) {
-  aoStream* child = folder->OpenStream(name, kAoModeInspect);
-  EXPECT_NE(child, nullptr) << name;
-  if (child == nullptr) return {};
-  Bytes bytes = ReadWhole(child);
-  child->Release();
-  return bytes;
 }
 
 inline std::vector<std::string> Names(aoStream* folder) {
@@ -95,33 +75,6 @@ inline TreeListing ListTree(aoStorage* storage) {
   }
   return out;
 }
-
-// A container in a temporary folder, created fresh for each test.
-class ContainerTest : public ::testing::Test {
- protected:
-  void SetUp() override { Create(0); }
-  void TearDown() override { Close(); }
-  void Close() {
-    if (storage_ != nullptr) storage_->Release();
-    storage_ = nullptr;
-  }
-  void Create(uint32_t minBlockCapacity) {
-    Close();
-    storage_ = aoStorage::Create(path_.c_str(), kAoModeEdit, minBlockCapacity);
-    ASSERT_NE(storage_, nullptr);
-  }
-  void Reopen(uint32_t mode = kAoModeEdit) {
-    Close();
-    storage_ = aoStorage::Open(path_.c_str(), mode, 0, 0);
-    ASSERT_NE(storage_, nullptr);
-  }
-  aoStream* RootFolder(const char* name) { return storage_->CreateStream(name, 1, kAoModeEdit); }
-  Bytes FileBytes() const { return ReadWholeFile(path_); }
-
-  TempDir dir_;
-  std::string path_ = dir_.File("tree.dat");
-  aoStorage* storage_ = nullptr;
-};
 
 }  // namespace ao::test
 

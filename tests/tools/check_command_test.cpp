@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,28 +14,10 @@
 
 namespace {
 
-using ao::test::Chain;
 using ao::test::ContainerImage;
-using ao::test::Pattern;
 using ao::test::RunTool;
 using ao::test::TempDir;
 using ao::test::ToolRun;
-
-// Root slot 6: "data", 30 bytes in three blocks; root slot 7: the folder
-// "dir" with one child "kid".
-struct Sample {
-  Sample() : image(true) {
-    data = image.AppendChain(Pattern(30, 1), {10, 10, 10});
-    image.PutRecord(image.RootSlot(6), ContainerImage::Record("data", 0, 30, data));
-    kid = image.AppendChain(Pattern(5, 2), {5});
-    const auto folderData = image.FolderData({ContainerImage::Record("kid", 0, 5, kid)});
-    folder = image.AppendChain(folderData, {folderData.size()});
-    image.PutRecord(image.RootSlot(7), ContainerImage::Record("dir", kAoFlagFolder,
-                                                              static_cast<int64_t>(folderData.size()), folder));
-  }
-  ContainerImage image;
-  Chain data, kid, folder;
-};
 
 class CheckCommand : public ::testing::Test {
  protected:
@@ -46,7 +27,7 @@ class CheckCommand : public ::testing::Test {
   }
   TempDir dir;
   const std::string file = dir.File("damaged.aostore");
-  Sample sample;
+  const ao::test::SampleTree sample{true};
 };
 
 TEST_F(CheckCommand, CleanFileExitsZeroWithASummary) {
@@ -56,32 +37,13 @@ TEST_F(CheckCommand, CleanFileExitsZeroWithASummary) {
 }
 
 TEST_F(CheckCommand, EachKindOfDamageIsListedAtItsOffset) {
-  const Sample& s = sample;
-  struct Damage {
-    const char* kind;
-    int64_t offset;
-    std::function<void(ContainerImage&)> apply;
-  };
-  const std::vector<Damage> damages = {
-      {"header", 0, [](ContainerImage& i) { i.bytes[0] = 'x'; }},
-      {"table", 36, [](ContainerImage& i) { i.bytes[36] = 65; }},
-      {"record", s.image.RootSlot(6), [&](ContainerImage& i) { i.bytes[i.RootSlot(6)] = 0; }},
-      {"block", s.data.blocks[1], [&](ContainerImage& i) { i.bytes[s.data.blocks[1]] = 0; }},
-      {"link", s.data.blocks[2], [&](ContainerImage& i) { i.SetPrev(s.data.blocks[2], s.kid.first); }},
-      {"cycle", s.data.blocks[2], [&](ContainerImage& i) { i.SetNext(s.data.blocks[2], s.data.first); }},
-      {"past-end", s.data.blocks[2], [&](ContainerImage& i) { i.SetNext(s.data.blocks[2], 1 << 30); }},
-      {"shared", s.kid.first,
-       [&](ContainerImage& i) { i.PutRecord(i.RootSlot(9), ContainerImage::Record("thief", 0, 5, s.kid)); }},
-      {"overlap", s.data.blocks[1], [&](ContainerImage& i) { i.SetBlockEnd(s.data.blocks[0], 60); }},
-      {"length", s.image.RootSlot(6), [&](ContainerImage& i) { i.PutWide(i.RootSlot(6) + 68, 99); }},
-      {"folder", s.folder.first + 40, [&](ContainerImage& i) { i.bytes[s.folder.first + 40] = 9; }},
-  };
-  for (const Damage& damage : damages) {
+  for (const ao::test::DamageCase& damage : ao::test::DamageCases(sample, true)) {
     ContainerImage image = sample.image;
     damage.apply(image);
     const ToolRun run = Check(image);
-    EXPECT_EQ(run.status, 1) << damage.kind << "\n" << run.out << run.err;
-    const std::string line = "offset " + std::to_string(damage.offset) + ": " + damage.kind + ": ";
+    EXPECT_EQ(run.status, 1) << damage.what << "\n" << run.out << run.err;
+    const std::string line =
+        "offset " + std::to_string(damage.offset) + ": " + ao::CheckProblemKindName(damage.kind) + ": ";
     EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
     EXPECT_NE(run.out.find(file + ": "), std::string::npos);  // the summary line
   }

@@ -25,8 +25,10 @@ using ao::test::WriteWholeFile;
 constexpr int kDamaged = 1, kUnreadable = 2, kNotContainer = 3, kNoSuchStream = 4, kConflict = 5, kHostFile = 7,
               kUsage = 64;
 
+// Every test starts from an empty container made by the tool itself.
 class Tool : public ::testing::Test {
  protected:
+  void SetUp() override { Ok({"create", file}); }
   ToolRun Run(const std::vector<std::string>& args, const std::string& input = "") {
     return RunTool(dir, args, input);
   }
@@ -45,7 +47,6 @@ class Tool : public ::testing::Test {
 };
 
 TEST_F(Tool, CreateMakesEmptyContainersOfBothWidths) {
-  Ok({"create", file});
   EXPECT_EQ(ao::test::FileSize(file), 5936);
   EXPECT_NE(Ok({"info", file}).find("version 2, 64-bit offsets"), std::string::npos);
   Ok({"create", Path("narrow.aostore"), "--32"});
@@ -56,7 +57,6 @@ TEST_F(Tool, CreateMakesEmptyContainersOfBothWidths) {
 }
 
 TEST_F(Tool, PutAndCatCarryBytesBothWaysAcrossBlocks) {
-  Ok({"create", file});
   const auto big = Pattern(3 << 20, 1);
   WriteWholeFile(Path("big.bin"), big);
   Ok({"put", file, "data/big.bin", Path("big.bin")});
@@ -75,7 +75,6 @@ TEST_F(Tool, PutAndCatCarryBytesBothWaysAcrossBlocks) {
 }
 
 TEST_F(Tool, MkdirRmAndMvShapeTheTree) {
-  Ok({"create", file});
   Ok({"mkdir", file, "a/b/c"});
   Ok({"put", file, "a/b/c/f", "-"});
   Ok({"put", file, "a/g", "-"});
@@ -122,7 +121,6 @@ TEST_F(Tool, ImportRefusesANameTooLongBeforeWritingAnything) {
   fs::create_directories(tree);
   WriteWholeFile((tree / "fine").string(), {'1'});
   WriteWholeFile((tree / std::string(52, 'n')).string(), {'2'});
-  Ok({"create", file});
   const auto before = ReadWholeFile(file);
   const ToolRun run = Run({"import", file, tree.string()});
   EXPECT_EQ(run.status, kHostFile);
@@ -131,7 +129,6 @@ TEST_F(Tool, ImportRefusesANameTooLongBeforeWritingAnything) {
 }
 
 TEST_F(Tool, EntriesAreSetAndReadBackByType) {
-  Ok({"create", file});
   EXPECT_EQ(Ok({"entries", file, "cfg", "set", "count", "42"}), "set count = 42 (int)\n");
   Ok({"entries", file, "cfg", "set", "big", "1099511627776"});
   Ok({"entries", file, "cfg", "set", "ratio", "0.25"});
@@ -157,7 +154,6 @@ TEST_F(Tool, EntriesAreSetAndReadBackByType) {
 }
 
 TEST_F(Tool, EachKindOfFailureHasItsStatusAndOneLineNamingTheFile) {
-  Ok({"create", file});
   WriteWholeFile(Path("text.txt"), std::vector<unsigned char>(6000, 'x'));
   struct Case {
     std::vector<std::string> args;
@@ -183,7 +179,6 @@ TEST_F(Tool, EachKindOfFailureHasItsStatusAndOneLineNamingTheFile) {
 }
 
 TEST_F(Tool, ReadOnlyCommandsLeaveTheFileAsItWas) {
-  Ok({"create", file});
   Ok({"put", file, "f/a", "-"});
   Ok({"entries", file, "f", "set", "n", "1"});
   const auto before = ReadWholeFile(file);
@@ -202,7 +197,6 @@ TEST_F(Tool, ReadOnlyCommandsLeaveTheFileAsItWas) {
 }
 
 TEST_F(Tool, ADamagedRootDirectoryIsReportedAndTheFileKept) {
-  Ok({"create", file});
   Ok({"put", file, "a", "-"});
   auto bytes = ReadWholeFile(file);
   bytes[36] = 63;  // the first root table's slot count
@@ -217,7 +211,6 @@ TEST_F(Tool, ADamagedRootDirectoryIsReportedAndTheFileKept) {
 }
 
 TEST_F(Tool, CompactGivesSpaceBackAndKeepsEveryByte) {
-  Ok({"create", file});
   WriteWholeFile(Path("chunk"), Pattern(20000, 5));
   for (int round = 0; round < 5; ++round) {
     Ok({"put", file, "keep/a", Path("chunk"), "--append"});
@@ -241,7 +234,6 @@ TEST_F(Tool, StressRunsVerifiedPassesOnAPathItOwns) {
   const std::string out = Ok({"stress", "--threads", "6", "--passes", "2", "--path", Path("stress.dat")});
   EXPECT_NE(out.find("streams verified 12, missing 0, differing 0, writers failed 0"), std::string::npos) << out;
   EXPECT_FALSE(fs::exists(Path("stress.dat")));
-  Ok({"create", file});
   EXPECT_EQ(Run({"stress", "--path", file}).status, kConflict);  // never a file of the user's
   EXPECT_TRUE(fs::exists(file));
   EXPECT_EQ(Run({"stress", "--threads", "0"}).status, kUsage);
