@@ -31,7 +31,7 @@ class CMapSort {
   CMapSort(const CMapSort& other) : sortMode_(other.sortMode_) {
     Reserve(other.count_);
     for (const Slot& slot : other.slots_)
-      if (slot.entry != nullptr) Insert(slot.entry->assoc);
+      if (slot.entry != nullptr) Insert(slot.entry->assoc, slot.hash);
   }
   CMapSort& operator=(const CMapSort&) = delete;
   virtual ~CMapSort() = default;
@@ -43,7 +43,7 @@ class CMapSort {
     const size_t hash = Hash(name);
     const size_t index = IndexOf(name, hash);
     if (index == kAbsent) {
-      Insert(Assoc{KEY(key), value});
+      Insert(Assoc{KEY(key), value}, hash);
       return;
     }
     Entry& entry = *slots_[index].entry;
@@ -66,14 +66,12 @@ class CMapSort {
   }
   bool Contains(const Assoc* assoc) const { return assoc != nullptr && live_.count(assoc) != 0; }
   const Assoc* Find(ARG_KEY key) const {
-    const std::string_view name(key);
-    const size_t index = IndexOf(name, Hash(name));
+    const size_t index = IndexOf(key);
     return index == kAbsent ? nullptr : &slots_[index].entry->assoc;
   }
   // Removal leaves the sorted view as it is (the entry stays readable there).
   bool RemoveKey(ARG_KEY key) {
-    const std::string_view name(key);
-    const size_t index = IndexOf(name, Hash(name));
+    const size_t index = IndexOf(key);
     if (index == kAbsent) return false;
     std::unique_ptr<Entry> gone = Vacate(index);
     live_.erase(&gone->assoc);
@@ -104,8 +102,7 @@ class CMapSort {
   const Assoc* GetFirstAssoc() const { return EntryFrom(0); }
   const Assoc* GetNextAssoc(const Assoc* current) const {
     if (!Contains(current)) return nullptr;
-    const std::string_view name(NameOf(current->key));
-    const size_t index = IndexOf(name, Hash(name));
+    const size_t index = IndexOf(NameOf(current->key));
     if (index == kAbsent || &slots_[index].entry->assoc != current) return nullptr;
     return EntryFrom(index + 1);
   }
@@ -164,6 +161,7 @@ class CMapSort {
   size_t Mask() const { return slots_.size() - 1; }
 
   // The slot holding name, or kAbsent.
+  size_t IndexOf(std::string_view name) const { return IndexOf(name, Hash(name)); }
   size_t IndexOf(std::string_view name, size_t hash) const {
     if (slots_.empty()) return kAbsent;
     for (size_t index = hash & Mask();; index = (index + 1) & Mask()) {
@@ -188,11 +186,11 @@ class CMapSort {
     for (Slot& slot : old)
       if (slot.entry != nullptr) Place(slot.hash, std::move(slot.entry));
   }
-  void Insert(Assoc assoc) {
+  // hash is that of assoc's key.
+  void Insert(Assoc assoc, size_t hash) {
     if ((count_ + 1) * 2 > slots_.size()) Rehash(std::max(kMinSlots, slots_.size() * 2));
     auto entry = std::make_unique<Entry>(Entry{std::move(assoc)});
     live_.insert(&entry->assoc);
-    const size_t hash = Hash(NameOf(entry->assoc.key));
     Place(hash, std::move(entry));
     ++count_;
   }
