@@ -15,7 +15,7 @@
 
 #include "platform/files.h"
 #include "platform/mapped_copy_posix.h"
-#include "platform/read_mappings_posix.h"
+#include "platform/open_files_posix.h"
 
 namespace ao::platform {
 namespace {
@@ -39,10 +39,10 @@ class PosixFiles final : public FileApi {
       ::close(fd);
       return kInvalidFile;
     }
-    read_mappings::Track(fd, info);
+    open_files::Track(fd, info, write);
     // Cut after the descriptor is known: another descriptor of the file may
     // be copying out of the part that goes.
-    if (disposition == Disposition::kTruncateExisting && !read_mappings::Resize(fd, 0)) {
+    if (disposition == Disposition::kTruncateExisting && !open_files::Resize(fd, 0)) {
       Close(fd);
       return kInvalidFile;
     }
@@ -51,15 +51,17 @@ class PosixFiles final : public FileApi {
 
   void Close(FileHandle file) override {
     if (file == kInvalidFile) return;
-    read_mappings::Forget(static_cast<int>(file));
+    open_files::Forget(static_cast<int>(file));
     ::close(static_cast<int>(file));
   }
 
   bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override {
-    if (read_mappings::Read(static_cast<int>(file), buffer, count, offset)) {
+    const open_files::ReadPlan plan = open_files::Read(static_cast<int>(file), buffer, count, offset);
+    if (plan.copied) {
       *done = count;
       return true;
     }
+    count = plan.readable;
     size_t total = 0;
     auto* bytes = static_cast<char*>(buffer);
     while (total < count) {
@@ -74,11 +76,15 @@ class PosixFiles final : public FileApi {
       total += static_cast<size_t>(got);
     }
     *done = total;
-    if (total > 0) read_mappings::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
+    if (total > 0) open_files::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
     return true;
   }
 
   bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) override {
+    if (open_files::Write(static_cast<int>(file), offset, buffer, count, nullptr, 0)) {
+      *done = count;
+      return true;
+    }
     size_t total = 0;
     const auto* bytes = static_cast<const char*>(buffer);
     while (total < count) {
@@ -92,12 +98,16 @@ class PosixFiles final : public FileApi {
       total += static_cast<size_t>(put);
     }
     *done = total;
-    read_mappings::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
+    open_files::Reached(static_cast<int>(file), offset + static_cast<int64_t>(total));
     return true;
   }
 
   bool WriteAtPair(FileHandle file, const void* head, size_t headCount, const void* tail, size_t tailCount,
                    int64_t offset, size_t* done) override {
+    if (open_files::Write(static_cast<int>(file), offset, head, headCount, tail, tailCount)) {
+      *done = headCount + tailCount;
+      return true;
+    }
     iovec parts[2] = {{const_cast<void*>(head), headCount}, {const_cast<void*>(tail), tailCount}};
     ssize_t put;
     do {
@@ -108,7 +118,7 @@ class PosixFiles final : public FileApi {
       return headCount + tailCount == 0;
     }
     *done = static_cast<size_t>(put);
-    read_mappings::Reached(static_cast<int>(file), offset + put);
+    open_files::Reached(static_cast<int>(file), offset + put);
     if (*done == headCount + tailCount) return true;
     // A transfer the system cut short: the rest goes through plain writes.
     size_t more = 0;
@@ -125,13 +135,15 @@ class PosixFiles final : public FileApi {
   }
 
   int64_t Size(FileHandle file) override {
+    const int64_t kept = open_files::Size(static_cast<int>(file));
+    if (kept >= 0) return kept;
     struct stat info {};
     if (::fstat(static_cast<int>(file), &info) != 0) return -1;
     return static_cast<int64_t>(info.st_size);
   }
 
   bool SetSize(FileHandle file, int64_t size) override {
-    return size >= 0 && read_mappings::Resize(static_cast<int>(file), size);
+    return size >= 0 && open_files::Resize(static_cast<int>(file), size);
   }
 
   bool Flush(FileHandle file) override { return ::fsync(static_cast<int>(file)) == 0; }
@@ -167,7 +179,7 @@ class PosixFiles final : public FileApi {
   }
 
   void WillRead(FileHandle file, int64_t offset, size_t count) override {
-    read_mappings::Prefetch(static_cast<int>(file), offset, count);
+    open_files::Prefetch(static_cast<int>(file), offset, count);
   }
 
   void Unmap(const FileView& view) override {

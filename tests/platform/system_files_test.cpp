@@ -157,6 +157,37 @@ TEST_F(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
   EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), again);
 }
 
+// A writer's file grows ahead of its end in large steps while it is open;
+// every handle of the process sees the end that was written, and closing the
+// last writer leaves the file exactly that long, unless another program set
+// a size of its own meanwhile.
+TEST_F(SystemFiles, TheRoomGrownAheadIsNeverSeenAndIsGivenBack) {
+  const Bytes piece = Pattern(100, 6);
+  size_t done = 0;
+  {
+    OpenFile writer(path, true, Disposition::kOpenAlways);
+    OpenFile reader(path, false, Disposition::kOpenExisting);
+    ASSERT_TRUE(writer.valid() && reader.valid());
+    for (int64_t at = 0; at < 1000; at += 100) {
+      ASSERT_TRUE(System().WriteAt(writer.get(), piece.data(), piece.size(), at, &done));
+    }
+    EXPECT_EQ(System().Size(reader.get()), 1000);
+    EXPECT_EQ(ReadAt(reader.get(), 4096, 900), piece);
+    EXPECT_GT(std::filesystem::file_size(path), 1000u);
+  }
+  const Bytes closed = ReadWholeFile(path);
+  ASSERT_EQ(closed.size(), 1000u);
+  EXPECT_EQ(Bytes(closed.begin() + 900, closed.end()), piece);
+
+  {
+    OpenFile writer(path, true, Disposition::kOpenExisting);
+    ASSERT_TRUE(writer.valid());
+    ASSERT_TRUE(System().WriteAt(writer.get(), piece.data(), piece.size(), 1000, &done));
+    std::filesystem::resize_file(path, 5000);
+  }
+  EXPECT_EQ(std::filesystem::file_size(path), 5000u);
+}
+
 // Some file systems (tmpfs) take a write at any offset below 2^63; what
 // follows such a write must still read back.
 TEST_F(SystemFiles, AWriteAtAFarOffsetReadsBack) {

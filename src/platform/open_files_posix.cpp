@@ -1,0 +1,329 @@
+#if !defined(_WIN32)
+
+#include "platform/open_files_posix.h"
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/files.h"
+#include "platform/mapped_copy_posix.h"
+
+namespace ao::platform::open_files {
+namespace {
+
+// The mapping reserves address space, not memory, and reaches past the
+// file's end so that the file can grow into it; a file that outgrows it is
+// mapped again, twice as wide. Narrow address spaces are left to pread.
+constexpr int64_t kMinWindow = int64_t{1} << 30;
+// Beyond this a file is read with pread: some file systems (tmpfs) take a
+// write at any offset, and the address space is not endless.
+constexpr int64_t kMaxWindow = int64_t{1} << 40;
+constexpr bool kWideAddresses = sizeof(void*) >= 8;
+// Small transfers gain most: their cost is the system call. A long transfer
+// through the mapping pays a page fault per few pages instead, which costs
+// more than the copy a read or write call makes.
+constexpr size_t kMaxMappedTransfer = 8192;
+// The room grown ahead of the end: an eighth of the file, within these, so
+// that a small container does not leave much behind a kill and a large one
+// is grown a few dozen times at most.
+constexpr int64_t kMinRoom = int64_t{1} << 20;
+constexpr int64_t kMaxRoom = int64_t{64} << 20;
+
+using Inode = std::pair<dev_t, ino_t>;
+
+struct OpenFile {
+  Inode inode;
+  unsigned char* base = nullptr;
+  size_t window = 0;
+  bool writableView = false;
+  // Bytes the file surely holds: below this a page is backed by the file.
+  std::atomic<int64_t> known{0};
+  // While writers > 0: the end the process's writes reached, and the size
+  // the file was grown to, never below it.
+  std::atomic<int64_t> end{0};
+  std::atomic<int64_t> grown{0};
+  int handles = 0;
+  int writers = 0;
+  // Set when the system refused a mapping (a file system without mmap, or
+  // no address space left): it is not asked again on every write.
+  bool refused = false;
+};
+
+struct Handle {
+  OpenFile* file = nullptr;
+  bool writable = false;
+};
+
+struct Registry {
+  // Copies and stores hold it shared; mapping, unmapping, growing and
+  // cutting hold it alone.
+  std::shared_mutex lock;
+  std::unordered_map<int, Handle> byHandle;
+  std::map<Inode, std::unique_ptr<OpenFile>> byInode;
+};
+
+Registry& TheRegistry() {
+  static Registry registry;
+  return registry;
+}
+
+size_t WindowFor(int64_t size) {
+  static const int64_t page = ::sysconf(_SC_PAGESIZE);
+  int64_t window = size >= kMaxWindow / 2 ? kMaxWindow : std::max(kMinWindow, size * 2);
+  if (page > 0) window = (window + page - 1) / page * page;
+  return static_cast<size_t>(window);
+}
+
+// Whether bytes up to end want a wider mapping than file has, and a handle
+// may give one: a read-only handle never replaces a writable mapping.
+bool Outgrown(const OpenFile& file, const Handle& handle, int64_t end) {
+  return end > static_cast<int64_t>(file.window) && static_cast<int64_t>(file.window) < kMaxWindow &&
+         !file.refused && (handle.writable || !file.writableView);
+}
+
+// Maps fd wide enough for size bytes in place of the current mapping. Called
+// with the registry held alone; a failure leaves the transfers to the system.
+void Remap(OpenFile& file, int fd, int64_t size, bool writable) {
+  const size_t window = WindowFor(size);
+  void* base = ::mmap(nullptr, window, writable ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED, fd, 0);
+  if (base == MAP_FAILED) {
+    file.refused = true;
+    return;
+  }
+  if (file.base != nullptr) ::munmap(file.base, file.window);
+  file.base = static_cast<unsigned char*>(base);
+  file.window = window;
+  file.writableView = writable;
+}
+
+Handle* Find(Registry& registry, int fd) {
+  auto found = registry.byHandle.find(fd);
+  return found == registry.byHandle.end() ? nullptr : &found->second;
+}
+
+void RaiseTo(std::atomic<int64_t>& value, int64_t to) {
+  int64_t now = value.load(std::memory_order_relaxed);
+  while (to > now && !value.compare_exchange_weak(now, to, std::memory_order_release)) {
+  }
+}
+
+bool Truncate(int fd, int64_t size) {
+  int result;
+  do {
+    result = ::ftruncate(fd, static_cast<off_t>(size));
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+// Grows the file to hold stop bytes and room for more (or, where the system
+// refuses that much, just the bytes); under the registry alone.
+bool Grow(OpenFile& file, const Handle& handle, int fd, int64_t stop) {
+  const int64_t room = std::clamp(stop / 8, kMinRoom, kMaxRoom);
+  const int64_t roomy = (stop + room + kMinRoom - 1) / kMinRoom * kMinRoom;
+  int64_t size = roomy;
+  if (!Truncate(fd, size)) {
+    size = stop;
+    if (!Truncate(fd, size)) return false;
+  }
+  file.grown.store(size, std::memory_order_release);
+  RaiseTo(file.known, size);
+  if (Outgrown(file, handle, size)) Remap(file, fd, size, handle.writable);
+  return true;
+}
+
+// The last writer leaves: the file is cut back to the end its writes
+// reached, unless its size is no longer the one it was grown to (another
+// process wrote to it), when the room stays as unused space.
+void GiveBackRoom(OpenFile& file, int fd) {
+  const int64_t end = file.end.load(std::memory_order_acquire);
+  const int64_t grown = file.grown.load(std::memory_order_acquire);
+  struct stat info {};
+  if (grown <= end || ::fstat(fd, &info) != 0 || info.st_size != grown) return;
+  if (Truncate(fd, end)) file.known.store(std::min(file.known.load(std::memory_order_acquire), end));
+}
+
+// Stores head and tail at offset through a writable mapping; false when
+// they are too long for it, or the system could not back the pages (the
+// file was cut elsewhere), and the write call then reports the file as it is.
+bool Store(OpenFile& file, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount) {
+  const size_t count = headCount + tailCount;
+  const auto stop = offset + static_cast<int64_t>(count);
+  if (count > kMaxMappedTransfer || !file.writableView || stop > static_cast<int64_t>(file.window)) return false;
+  unsigned char* at = file.base + offset;
+  if (!StoreToView(at, head, headCount) || (tailCount > 0 && !StoreToView(at + headCount, tail, tailCount))) {
+    file.known.store(0, std::memory_order_release);
+    return false;
+  }
+  RaiseTo(file.end, stop);
+  return true;
+}
+
+}  // namespace
+
+void Track(int fd, const struct stat& info, bool writable) {
+  if (!kWideAddresses || !S_ISREG(info.st_mode)) return;
+  PrepareMappedCopies();
+  Registry& registry = TheRegistry();
+  std::unique_lock hold(registry.lock);
+  const Inode inode{info.st_dev, info.st_ino};
+  std::unique_ptr<OpenFile>& file = registry.byInode[inode];
+  if (file == nullptr) {
+    file = std::make_unique<OpenFile>();
+    file->inode = inode;
+  }
+  ++file->handles;
+  const Handle handle{file.get(), writable};
+  registry.byHandle[fd] = handle;
+  auto size = static_cast<int64_t>(info.st_size);
+  if (writable && file->writers++ == 0) {
+    // The size from before the lock may be stale: the last writer may have
+    // appended and given back its room since.
+    struct stat now {};
+    if (::fstat(fd, &now) == 0) size = static_cast<int64_t>(now.st_size);
+    file->end.store(size, std::memory_order_release);
+    file->grown.store(size, std::memory_order_release);
+  }
+  RaiseTo(file->known, size);
+  const bool wanted = file->base == nullptr || (writable && !file->writableView);
+  if (wanted && !file->refused) Remap(*file, fd, std::max(size, file->known.load()), writable);
+}
+
+void Forget(int fd) {
+  Registry& registry = TheRegistry();
+  std::unique_lock hold(registry.lock);
+  auto found = registry.byHandle.find(fd);
+  if (found == registry.byHandle.end()) return;
+  const Handle handle = found->second;
+  registry.byHandle.erase(found);
+  OpenFile* file = handle.file;
+  if (handle.writable && --file->writers == 0) GiveBackRoom(*file, fd);
+  if (--file->handles > 0) return;
+  if (file->base != nullptr) ::munmap(file->base, file->window);
+  registry.byInode.erase(file->inode);
+}
+
+ReadPlan Read(int fd, void* buffer, size_t count, int64_t offset) {
+  ReadPlan plan{false, count};
+  if (count == 0 || offset < 0) return plan;
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr) return plan;
+  OpenFile& file = *handle->file;
+  if (file.writers > 0) {
+    const int64_t end = file.end.load(std::memory_order_acquire);
+    plan.readable = offset >= end ? 0 : static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(count), end - offset));
+  }
+  if (plan.readable != count || count > kMaxMappedTransfer || file.base == nullptr) return plan;
+  const auto stop = static_cast<uint64_t>(offset) + count;
+  if (stop > static_cast<uint64_t>(file.known.load(std::memory_order_acquire)) || stop > file.window) return plan;
+  if (CopyWithMapping(buffer, file.base + offset, count)) {
+    plan.copied = true;
+    return plan;
+  }
+  // The file was cut behind our back: only pread knows how much is left.
+  file.known.store(0, std::memory_order_release);
+  return plan;
+}
+
+void Prefetch(int fd, int64_t offset, size_t count) {
+  constexpr size_t kLine = 64;
+  if (count == 0 || count > kMaxMappedTransfer || offset < 0) return;
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr || handle->file->base == nullptr) return;
+  const OpenFile& file = *handle->file;
+  const auto end = static_cast<uint64_t>(offset) + count;
+  if (end > static_cast<uint64_t>(file.known.load(std::memory_order_acquire)) || end > file.window) return;
+  // Only the address is handed to the processor: a prefetch never faults.
+  for (size_t line = 0; line < count + kLine - 1; line += kLine)
+    __builtin_prefetch(file.base + offset + static_cast<int64_t>(std::min(line, count - 1)));
+}
+
+bool Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount) {
+  const size_t count = headCount + tailCount;
+  if (offset < 0 || count == 0) return false;
+  const auto stop = offset + static_cast<int64_t>(count);
+  Registry& registry = TheRegistry();
+  {
+    std::shared_lock hold(registry.lock);
+    const Handle* handle = Find(registry, fd);
+    if (handle == nullptr || !handle->writable) return false;
+    OpenFile& file = *handle->file;
+    if (stop <= file.grown.load(std::memory_order_acquire))
+      return Store(file, offset, head, headCount, tail, tailCount);
+  }
+  std::unique_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr) return false;
+  OpenFile& file = *handle->file;
+  // Where the file cannot grow ahead, the write call extends it.
+  if (stop > file.grown.load(std::memory_order_acquire) && !Grow(file, *handle, fd, stop)) return false;
+  return Store(file, offset, head, headCount, tail, tailCount);
+}
+
+void Reached(int fd, int64_t end) {
+  Registry& registry = TheRegistry();
+  {
+    std::shared_lock hold(registry.lock);
+    const Handle* handle = Find(registry, fd);
+    if (handle == nullptr) return;
+    OpenFile& file = *handle->file;
+    RaiseTo(file.known, end);
+    // Reads stop at the kept end, so only a write moves it.
+    if (file.writers > 0) {
+      RaiseTo(file.end, end);
+      RaiseTo(file.grown, end);
+    }
+    if (!Outgrown(file, *handle, end)) return;
+  }
+  std::unique_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle != nullptr && Outgrown(*handle->file, *handle, end)) Remap(*handle->file, fd, end, handle->writable);
+}
+
+int64_t Size(int fd) {
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr || handle->file->writers == 0) return -1;
+  return handle->file->end.load(std::memory_order_acquire);
+}
+
+bool Resize(int fd, int64_t size) {
+  Registry& registry = TheRegistry();
+  std::unique_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  OpenFile* file = handle != nullptr ? handle->file : nullptr;
+  // Growing the kept end costs nothing while the room grown ahead holds it.
+  if (file != nullptr && handle->writable && size >= file->end.load(std::memory_order_acquire)) {
+    if (size > file->grown.load(std::memory_order_acquire) && !Grow(*file, *handle, fd, size)) return false;
+    file->end.store(size, std::memory_order_release);
+    return true;
+  }
+  if (!Truncate(fd, size)) return false;
+  if (file == nullptr) return true;
+  file->known.store(size, std::memory_order_release);
+  if (file->writers > 0) {
+    file->end.store(size, std::memory_order_release);
+    file->grown.store(size, std::memory_order_release);
+  }
+  if (Outgrown(*file, *handle, size)) Remap(*file, fd, size, handle->writable);
+  return true;
+}
+
+}  // namespace ao::platform::open_files
+
+#endif  // !_WIN32
