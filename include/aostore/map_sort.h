@@ -7,17 +7,20 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
 #include "aostore/types.h"
 
-// Each entry is allocated once and found through an open-addressed table of
-// (hash, entry) slots: a look-up reads one slot and the entry it names, where
-// a chained table would also walk its bucket's list. The sorted view points
-// at the entries; an entry removed or replaced after a sort is set aside, not
-// freed, so that it stays readable through the view until the next sort.
+// Entries live in chunks that never move and are found through an
+// open-addressed table of (hash, entry) slots: a look-up reads one slot and
+// the entry it names, where a chained table would also walk its bucket's
+// list. The sorted view points at the entries; an entry removed or replaced
+// after a sort is set aside, not reused, so that it stays readable through
+// the view until the next sort. Because an entry's memory is the map's until
+// the map is emptied, a position a caller hands back can be checked by its
+// address alone, without reading memory that may have been freed.
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 class CMapSort {
  public:
@@ -52,11 +55,10 @@ class CMapSort {
       return;
     }
     // The sorted view goes on showing the old value until the next sort.
-    auto fresh = std::make_unique<Entry>(Entry{Assoc{KEY(key), value}});
     retired_.reserve(retired_.size() + 1);
-    live_.insert(&fresh->assoc);
-    live_.erase(&entry.assoc);
-    retired_.push_back(std::exchange(slots_[index].entry, std::move(fresh)));
+    Entry* fresh = Allocate(Assoc{KEY(key), value});
+    entry.live = false;
+    retired_.push_back(std::exchange(slots_[index].entry, fresh));
   }
   bool Lookup(ARG_KEY key, VALUE& out) const {
     const Assoc* found = Find(key);
@@ -64,7 +66,10 @@ class CMapSort {
     out = found->value;
     return true;
   }
-  bool Contains(const Assoc* assoc) const { return assoc != nullptr && live_.count(assoc) != 0; }
+  bool Contains(const Assoc* assoc) const {
+    const Entry* entry = EntryAt(assoc);
+    return entry != nullptr && entry->live;
+  }
   const Assoc* Find(ARG_KEY key) const {
     const size_t index = IndexOf(key);
     return index == kAbsent ? nullptr : &slots_[index].entry->assoc;
@@ -73,16 +78,21 @@ class CMapSort {
   bool RemoveKey(ARG_KEY key) {
     const size_t index = IndexOf(key);
     if (index == kAbsent) return false;
-    std::unique_ptr<Entry> gone = Vacate(index);
-    live_.erase(&gone->assoc);
-    if (gone->inSortedView) retired_.push_back(std::move(gone));
+    Entry* gone = Vacate(index);
+    gone->live = false;
+    if (gone->inSortedView) {
+      retired_.push_back(gone);
+    } else {
+      spare_.push_back(gone);
+    }
     if (count_ == 0) RemoveAll();
     return true;
   }
   void RemoveAll() {
     slots_.clear();
     count_ = 0;
-    live_.clear();
+    chunks_.clear();
+    spare_.clear();
     sorted_.clear();
     retired_.clear();
     sortedValid_ = 0;
@@ -90,7 +100,8 @@ class CMapSort {
   int GetCount() const { return static_cast<int>(count_); }
   // Room for count entries, so that filling the map moves none of them.
   void Reserve(size_t count) {
-    live_.reserve(count);
+    const size_t room = spare_.size() + (chunks_.empty() ? 0 : chunks_.back().size - chunks_.back().used);
+    if (count > count_ + room) AddChunk(count - count_ - room);
     size_t wanted = kMinSlots;
     while (wanted < count * 2) wanted *= 2;
     if (wanted > slots_.size()) Rehash(wanted);
@@ -119,6 +130,8 @@ class CMapSort {
       for (Slot& slot : slots_)
         if (slot.entry != nullptr) slot.entry->inSortedView = false;
       sorted_.clear();
+      for (Entry* entry : retired_) entry->inSortedView = false;
+      spare_.insert(spare_.end(), retired_.begin(), retired_.end());
       retired_.clear();
     }
     if (sorted_.empty()) {
@@ -145,16 +158,23 @@ class CMapSort {
 
  private:
   struct Entry {
-    Assoc assoc;
+    Assoc assoc{};
+    bool live = false;          // a slot holds it
     bool inSortedView = false;  // sorted_ points at assoc
   };
   struct Slot {
     size_t hash = 0;
-    std::unique_ptr<Entry> entry;  // null: the slot is free
+    Entry* entry = nullptr;  // null: the slot is free
+  };
+  struct Chunk {
+    std::unique_ptr<Entry[]> entries;
+    size_t size = 0;
+    size_t used = 0;
   };
   static constexpr size_t kAbsent = static_cast<size_t>(-1);
   // At most half the slots are taken, so a probe meets a free slot soon.
   static constexpr size_t kMinSlots = 32;
+  static constexpr size_t kMinChunk = 64;
 
   static const char* NameOf(const std::string& key) { return key.c_str(); }
   static size_t Hash(std::string_view name) { return std::hash<std::string_view>()(name); }
@@ -175,36 +195,64 @@ class CMapSort {
       if (slots_[index].entry != nullptr) return &slots_[index].entry->assoc;
     return nullptr;
   }
-  void Place(size_t hash, std::unique_ptr<Entry> entry) {
+  // The entry whose association lies at assoc, or null when none does.
+  const Entry* EntryAt(const Assoc* assoc) const {
+    const auto at = reinterpret_cast<std::uintptr_t>(assoc);
+    for (const Chunk& chunk : chunks_) {
+      const auto first = reinterpret_cast<std::uintptr_t>(&chunk.entries[0].assoc);
+      if (at < first || at - first >= chunk.used * sizeof(Entry) || (at - first) % sizeof(Entry) != 0) continue;
+      return &chunk.entries[(at - first) / sizeof(Entry)];
+    }
+    return nullptr;
+  }
+  // Each chunk at least doubles the entries there are room for.
+  void AddChunk(size_t atLeast) {
+    size_t size = std::max(atLeast, kMinChunk);
+    for (const Chunk& chunk : chunks_) size = std::max(size, chunk.size);
+    chunks_.push_back(Chunk{std::make_unique<Entry[]>(size), size, 0});
+  }
+  Entry* Allocate(Assoc assoc) {
+    Entry* entry;
+    if (!spare_.empty()) {
+      entry = spare_.back();
+      spare_.pop_back();
+    } else {
+      if (chunks_.empty() || chunks_.back().used == chunks_.back().size) AddChunk(0);
+      Chunk& chunk = chunks_.back();
+      entry = &chunk.entries[chunk.used++];
+    }
+    entry->assoc = std::move(assoc);
+    entry->live = true;
+    return entry;
+  }
+  void Place(size_t hash, Entry* entry) {
     size_t index = hash & Mask();
     while (slots_[index].entry != nullptr) index = (index + 1) & Mask();
-    slots_[index] = Slot{hash, std::move(entry)};
+    slots_[index] = Slot{hash, entry};
   }
   void Rehash(size_t size) {
     std::vector<Slot> old(size);
     old.swap(slots_);
-    for (Slot& slot : old)
-      if (slot.entry != nullptr) Place(slot.hash, std::move(slot.entry));
+    for (const Slot& slot : old)
+      if (slot.entry != nullptr) Place(slot.hash, slot.entry);
   }
   // hash is that of assoc's key.
   void Insert(Assoc assoc, size_t hash) {
     if ((count_ + 1) * 2 > slots_.size()) Rehash(std::max(kMinSlots, slots_.size() * 2));
-    auto entry = std::make_unique<Entry>(Entry{std::move(assoc)});
-    live_.insert(&entry->assoc);
-    Place(hash, std::move(entry));
+    Place(hash, Allocate(std::move(assoc)));
     ++count_;
   }
   // Takes the entry out of its slot and closes the gap, moving back the
   // entries of the probe run behind it that may now sit nearer their start.
-  std::unique_ptr<Entry> Vacate(size_t index) {
-    std::unique_ptr<Entry> gone = std::move(slots_[index].entry);
+  Entry* Vacate(size_t index) {
+    Entry* gone = std::exchange(slots_[index].entry, nullptr);
     --count_;
     for (size_t next = (index + 1) & Mask(); slots_[next].entry != nullptr; next = (next + 1) & Mask()) {
       const size_t home = slots_[next].hash & Mask();
       // The entry at next stays when its home lies in (index, next], cyclically.
       const bool stays = index < next ? (home > index && home <= next) : (home > index || home <= next);
       if (stays) continue;
-      slots_[index] = std::move(slots_[next]);
+      slots_[index] = std::exchange(slots_[next], Slot{});
       index = next;
     }
     return gone;
@@ -212,10 +260,11 @@ class CMapSort {
 
   std::vector<Slot> slots_;  // a power of two of them, or none
   size_t count_ = 0;
-  std::unordered_set<const Assoc*> live_;  // the associations in slots_
+  std::vector<Chunk> chunks_;   // every entry, in use or not
+  std::vector<Entry*> spare_;   // entries free for reuse
   std::vector<const Assoc*> sorted_;
   // Entries removed or replaced while the sorted view showed them.
-  std::vector<std::unique_ptr<Entry>> retired_;
+  std::vector<Entry*> retired_;
   int sortedValid_ = 0;
   int sortMode_ = 0;
 };

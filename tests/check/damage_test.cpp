@@ -57,7 +57,9 @@ TEST_P(Damage, EachKindIsReportedAtTheOffsetOfTheDamagedBytes) {
       EXPECT_EQ(report.directorySound, what == "record marker");
       EXPECT_EQ(report.container, what != "magic");
     }
-    if (what == "child count") EXPECT_EQ(report.facts.streams, 2);  // the child that is there is still read
+    if (what == "child count") {
+      EXPECT_EQ(report.facts.streams, 2);  // the child that is there is still read
+    }
   }
 }
 

@@ -42,6 +42,9 @@ TEST(NameMap, TheSortedViewKeepsWhatItShowedUntilTheNextSort) {
   EXPECT_FALSE(map.Contains(a));
   EXPECT_FALSE(map.Contains(b));
   EXPECT_TRUE(map.Contains(map.Find("a")));
+  EXPECT_EQ(map.GetNextAssoc(b), nullptr);
+  const CMapStringToStreamOffset::Assoc elsewhere{"a", At(1)};
+  EXPECT_FALSE(map.Contains(&elsewhere));
   EXPECT_FALSE(map.IsSortedValid());
 
   // Replacing an entry the view does not show changes it where it is.
