@@ -24,6 +24,8 @@ class RootTables {
   struct Table {
     int64_t offset;
     uint32_t slotCount;
+    uint32_t freeCount;  // slots without a name
+    size_t firstWord;    // where its bits start in freeBits_
   };
   // A slot by its table's place in the chain and its index in the table.
   using Slot = std::pair<size_t, uint32_t>;
@@ -42,10 +44,19 @@ class RootTables {
   void NoteRecordWritten(int64_t recordOffset, bool named, int tableHeaderSize, int recordSize);
 
  private:
+  static constexpr uint32_t kWordBits = 64;
+  // The first free slot of table at or after slot, if any.
+  bool FreeIn(size_t table, uint32_t slot, Slot& found) const;
+
   bool known_ = false;
   std::vector<Table> tables_;
+  // A set bit for each free slot, table after table: a creation finds its
+  // slot with a bit scan, and filling or freeing a slot allocates nothing.
+  std::vector<uint64_t> freeBits_;
+  // The tables that have a free slot; a table joins or leaves it only when
+  // its last slot is taken or its first is freed.
+  std::set<size_t> withFree_;
   std::map<int64_t, size_t> byOffset_;
-  std::set<Slot> free_;
 };
 
 }  // namespace ao

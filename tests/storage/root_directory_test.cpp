@@ -80,6 +80,18 @@ TEST_F(RootDirectory, The59thOrdinaryStreamAppendsASecondTable) {
   ASSERT_TRUE(storage_->FindStreamOffset("s58", where));
   EXPECT_EQ(where.tableOffset, 5936);
   EXPECT_EQ(where.recordOffset, 5936 + 16);
+
+  // A slot freed in the first table is taken before the second table's.
+  ASSERT_TRUE(storage_->FindStreamOffset("s10", where));
+  aoStream* removed = storage_->OpenStream("s10", kAoModeEdit);
+  ASSERT_NE(removed, nullptr);
+  ASSERT_TRUE(removed->Remove());
+  for (const int64_t expected : {where.recordOffset, int64_t{5936 + 16 + 92}}) {
+    aoStream* stream = storage_->CreateStream(("t" + std::to_string(expected)).c_str(), kAoModeEdit);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->GetWhere().recordOffset, expected);
+    stream->Release();
+  }
 }
 
 TEST_F(RootDirectory, ReservedSlotsFillUpWithoutAppendingATable) {
