@@ -2,6 +2,7 @@
 // never depends on a shared file pointer, sizes, and the path operations.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <string>
@@ -155,6 +156,23 @@ TEST_F(SystemFiles, ReadsFollowWritesAndCutsMadeElsewhere) {
   const Bytes again = Pattern(4096, 3);
   ASSERT_TRUE(System().WriteAt(writer.get(), again.data(), again.size(), 61440, &done));
   EXPECT_EQ(ReadAt(reader.get(), 4096, 61440), again);
+}
+
+// Reads of a few KiB into buffers at every placement relative to the file's
+// bytes, including those a copy must take in pieces.
+TEST_F(SystemFiles, ReadsArriveWholeWhereverTheBufferLies) {
+  const Bytes content = Pattern(16384, 7);
+  WriteWholeFile(path, content);
+  OpenFile file(path, false, Disposition::kOpenExisting);
+  ASSERT_TRUE(file.valid());
+  Bytes buffer(8192 + 4096);
+  for (size_t shift = 0; shift < 4096; shift += 40) {
+    const int64_t at = 100;
+    size_t done = 0;
+    ASSERT_TRUE(System().ReadAt(file.get(), buffer.data() + shift, 8000, at, &done));
+    ASSERT_EQ(done, 8000u);
+    ASSERT_TRUE(std::equal(content.begin() + at, content.begin() + at + 8000, buffer.begin() + shift)) << shift;
+  }
 }
 
 // A writer's file grows ahead of its end in large steps while it is open;
