@@ -191,7 +191,9 @@ TEST_F(SystemFiles, TheRoomGrownAheadIsNeverSeenAndIsGivenBack) {
     }
     EXPECT_EQ(System().Size(reader.get()), 1000);
     EXPECT_EQ(ReadAt(reader.get(), 4096, 900), piece);
-    EXPECT_GT(std::filesystem::file_size(path), 1000u);
+#if !defined(_WIN32)
+    EXPECT_GT(std::filesystem::file_size(path), 1000u);  // Windows extends the file as it writes
+#endif
   }
   const Bytes closed = ReadWholeFile(path);
   ASSERT_EQ(closed.size(), 1000u);
