@@ -7,14 +7,13 @@
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csetjmp>
 #include <csignal>
-#include <cstdint>
 #include <cstring>
 #include <mutex>
 
+#include "platform/copy_bytes.h"
 #include "platform/files.h"
 #include "platform/mapped_copy_posix.h"
 #include "platform/piece_store.h"
@@ -85,29 +84,10 @@ bool Guarded(const Copy& copy) {
   return true;
 }
 
-// Some processors (AMD Zen) run the string-move instruction that the C
-// library uses for copies of a few KiB twenty times slower when the
-// destination lies a little above the source modulo 4 KiB. Bytes from a
-// mapping sit wherever the file puts them, so such copies go in pieces short
-// enough to be made with vector moves instead.
-void CopyAvoidingStall(void* to, const void* from, size_t count) {
-  constexpr size_t kPage = 4096;
-  constexpr size_t kNear = 64;
-  constexpr size_t kPiece = 2048;
-  const auto gap = (reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from)) % kPage;
-  if (count <= kPiece || gap == 0 || gap >= kNear) {
-    std::memcpy(to, from, count);
-    return;
-  }
-  auto* out = static_cast<unsigned char*>(to);
-  const auto* in = static_cast<const unsigned char*>(from);
-  for (size_t done = 0; done < count; done += kPiece) std::memcpy(out + done, in + done, std::min(kPiece, count - done));
-}
-
 }  // namespace
 
 bool CopyWithMapping(void* to, const void* from, size_t count) {
-  return Guarded([&] { CopyAvoidingStall(to, from, count); });
+  return Guarded([&] { CopyBytes(to, from, count); });
 }
 
 bool StoreToView(void* to, const void* from, size_t count) {

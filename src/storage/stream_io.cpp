@@ -1,13 +1,13 @@
 // aoStream's data layer: block allocation, reads, writes and seeks over the
 // stream's chain of blocks.
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <vector>
 
 #include "aostore/storage.h"
 #include "aostore/stream.h"
+#include "platform/copy_bytes.h"
 #include "platform/files.h"
 #include "storage/file_ref.h"
 #include "storage/cycle_guard.h"
@@ -25,18 +25,6 @@ constexpr int64_t kMaxTransfer = 0x80000000LL;
 constexpr int64_t kMaxImageRead = 0x3F000000LL;
 // A read that reaches a new block takes up to this much data with its header.
 constexpr int64_t kMaxReadWithHeader = 0x10000;
-
-// Where in a scratch buffer to put bytes that are then copied to `to`: at
-// the start plus the returned offset (below kCopyPage), the bytes sit half a
-// page away from `to` in address, modulo a page. Some processors copy many
-// times slower when the destination lies a little above the source modulo
-// 4 KiB, which a fixed scratch buffer would hit for some callers' buffers.
-constexpr uintptr_t kCopyPage = 4096;
-size_t CopyFriendlyStart(const unsigned char* start, const unsigned char* to) {
-  const auto from = reinterpret_cast<uintptr_t>(start);
-  const auto target = reinterpret_cast<uintptr_t>(to);
-  return static_cast<size_t>((target + kCopyPage / 2 - from) % kCopyPage);
-}
 
 // Tells where the first bytes of a write landed: chunk of the remaining
 // bytes at file offset at, a split when they end before `span` bytes.
@@ -148,10 +136,10 @@ bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64
   // The data follows the header: one transfer brings both, into a buffer of
   // the thread's own, so that only bytes inside the block's data reach the
   // caller.
-  thread_local std::vector<unsigned char> scratch(kCopyPage + 40 + kMaxReadWithHeader);
-  const int header = HeaderLength();
-  unsigned char* bytes = scratch.data() + CopyFriendlyStart(scratch.data() + header, data);
+  thread_local std::vector<unsigned char> scratch(40 + kMaxReadWithHeader);
+  unsigned char* bytes = scratch.data();
   size_t done = 0;
+  const int header = HeaderLength();
   if (!platform::Files().ReadAt(m_file, bytes, static_cast<size_t>(header + want), block, &done) ||
       done < static_cast<size_t>(header))
     return false;
@@ -159,7 +147,7 @@ bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64
   if (!DecodeCheckedHeader(bytes, dataEnd, blockEnd, prev, next)) return false;
   SetCurrentBlock(block, dataEnd, blockEnd, prev, next);
   got = std::min({static_cast<int64_t>(done) - header, dataEnd - header, want});
-  std::memcpy(data, bytes + header, static_cast<size_t>(got));
+  platform::CopyBytes(data, bytes + header, static_cast<size_t>(got));
   m_filePos = block + header + got;
   return true;
 }
