@@ -205,10 +205,9 @@ class CMapSort {
     }
     return nullptr;
   }
-  // Each chunk at least doubles the entries there are room for.
+  // Chunks never shrink, so each at least doubles the room there is.
   void AddChunk(size_t atLeast) {
-    size_t size = std::max(atLeast, kMinChunk);
-    for (const Chunk& chunk : chunks_) size = std::max(size, chunk.size);
+    const size_t size = std::max({atLeast, kMinChunk, chunks_.empty() ? size_t{0} : chunks_.back().size});
     chunks_.push_back(Chunk{std::make_unique<Entry[]>(size), size, 0});
   }
   Entry* Allocate(Assoc assoc) {
