@@ -58,6 +58,13 @@ class FileApi {
     return {};
   }
   virtual void Unmap(const FileView& view) { (void)view; }
+  // Stores count bytes that lie inside the file at offset through a mapping
+  // the backend keeps of the whole file, as StoreToView does; false when it
+  // keeps none there, and the caller writes (or maps) instead.
+  virtual bool StoreAt(FileHandle file, const void* bytes, size_t count, int64_t offset) {
+    (void)file, (void)bytes, (void)count, (void)offset;
+    return false;
+  }
   // A hint that [offset, offset + count) will be read soon: a backend that
   // reads through a mapping starts bringing those bytes into the processor's
   // caches, so that the read finds them there. Does nothing otherwise.

@@ -178,6 +178,10 @@ class PosixFiles final : public FileApi {
     return {static_cast<unsigned char*>(base), length, start};
   }
 
+  bool StoreAt(FileHandle file, const void* bytes, size_t count, int64_t offset) override {
+    return open_files::Rewrite(static_cast<int>(file), offset, bytes, count);
+  }
+
   void WillRead(FileHandle file, int64_t offset, size_t count) override {
     open_files::Prefetch(static_cast<int>(file), offset, count);
   }

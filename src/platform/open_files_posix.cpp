@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <unordered_map>
 #include <utility>
@@ -169,6 +170,20 @@ bool Store(OpenFile& file, int64_t offset, const void* head, size_t headCount, c
   return true;
 }
 
+// Stores head and tail when they end at or below limit of the file's
+// writable handle fd; nullopt when they reach beyond it.
+std::optional<bool> StoreBelow(int fd, std::atomic<int64_t> OpenFile::*limit, int64_t offset, const void* head,
+                               size_t headCount, const void* tail, size_t tailCount) {
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr || !handle->writable) return false;
+  OpenFile& file = *handle->file;
+  if (offset + static_cast<int64_t>(headCount + tailCount) > (file.*limit).load(std::memory_order_acquire))
+    return std::nullopt;
+  return Store(file, offset, head, headCount, tail, tailCount);
+}
+
 }  // namespace
 
 void Track(int fd, const struct stat& info, bool writable) {
@@ -256,15 +271,9 @@ bool Write(int fd, int64_t offset, const void* head, size_t headCount, const voi
   const size_t count = headCount + tailCount;
   if (offset < 0 || count == 0) return false;
   const auto stop = offset + static_cast<int64_t>(count);
+  if (const std::optional<bool> stored = StoreBelow(fd, &OpenFile::grown, offset, head, headCount, tail, tailCount))
+    return *stored;
   Registry& registry = TheRegistry();
-  {
-    std::shared_lock hold(registry.lock);
-    const Handle* handle = Find(registry, fd);
-    if (handle == nullptr || !handle->writable) return false;
-    OpenFile& file = *handle->file;
-    if (stop <= file.grown.load(std::memory_order_acquire))
-      return Store(file, offset, head, headCount, tail, tailCount);
-  }
   std::unique_lock hold(registry.lock);
   const Handle* handle = Find(registry, fd);
   if (handle == nullptr) return false;
@@ -272,6 +281,11 @@ bool Write(int fd, int64_t offset, const void* head, size_t headCount, const voi
   // Where the file cannot grow ahead, the write call extends it.
   if (stop > file.grown.load(std::memory_order_acquire) && !Grow(file, *handle, fd, stop)) return false;
   return Store(file, offset, head, headCount, tail, tailCount);
+}
+
+bool Rewrite(int fd, int64_t offset, const void* bytes, size_t count) {
+  if (offset < 0 || count == 0) return false;
+  return StoreBelow(fd, &OpenFile::end, offset, bytes, count, nullptr, 0).value_or(false);
 }
 
 void Reached(int fd, int64_t end) {

@@ -44,6 +44,8 @@ void Prefetch(int fd, int64_t offset, size_t count);
 // Makes room for head and then tail at offset, and stores them when they are
 // small enough; true when stored, false leaves the write to the caller.
 bool Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount);
+// Stores bytes that lie below the kept end; false leaves them to the caller.
+bool Rewrite(int fd, int64_t offset, const void* bytes, size_t count);
 // A read or write call transferred bytes up to end.
 void Reached(int fd, int64_t end);
 // The kept end, or -1 when the process keeps none: the system knows the size.

@@ -11,6 +11,9 @@
 // but never a store, so a length or link across a page boundary is never
 // left half old and half new.
 //
+// A backend that keeps the whole file mapped stores such bytes itself; the
+// views here serve the backends that do not.
+//
 // One object serves every container open on a path, under its storage lock.
 #ifndef AOSTORE_STORAGE_PAGE_REWRITES_H
 #define AOSTORE_STORAGE_PAGE_REWRITES_H

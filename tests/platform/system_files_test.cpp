@@ -208,6 +208,29 @@ TEST_F(SystemFiles, TheRoomGrownAheadIsNeverSeenAndIsGivenBack) {
   EXPECT_EQ(std::filesystem::file_size(path), 5000u);
 }
 
+// A store rewrites bytes the file holds and never extends it: the room grown
+// ahead lies inside the mapping but not inside the file.
+TEST_F(SystemFiles, StoresRewriteOnlyWhatTheFileHolds) {
+  const Bytes piece = Pattern(100, 8);
+  const Bytes field = Pattern(16, 9);
+  OpenFile writer(path, true, Disposition::kOpenAlways);
+  OpenFile reader(path, false, Disposition::kOpenExisting);
+  ASSERT_TRUE(writer.valid() && reader.valid());
+  size_t done = 0;
+  ASSERT_TRUE(System().WriteAt(writer.get(), piece.data(), piece.size(), 0, &done));
+
+  EXPECT_FALSE(System().StoreAt(writer.get(), field.data(), field.size(), 90));
+  EXPECT_FALSE(System().StoreAt(reader.get(), field.data(), field.size(), 8));
+  EXPECT_EQ(System().Size(reader.get()), 100);
+  EXPECT_EQ(ReadAt(reader.get(), 100, 0), piece);
+#if !defined(_WIN32)  // only the POSIX backend keeps the file mapped
+  ASSERT_TRUE(System().StoreAt(writer.get(), field.data(), field.size(), 84));
+  Bytes expected = piece;
+  std::copy(field.begin(), field.end(), expected.begin() + 84);
+  EXPECT_EQ(ReadAt(reader.get(), 100, 0), expected);
+#endif
+}
+
 // Some file systems (tmpfs) take a write at any offset below 2^63; what
 // follows such a write must still read back.
 TEST_F(SystemFiles, AWriteAtAFarOffsetReadsBack) {

@@ -62,6 +62,10 @@ class PageCutFiles final : public FileApi {
     return inner_.MapForWriting(file, offset, count);
   }
   void Unmap(const FileView& view) override { inner_.Unmap(view); }
+  // A store is not a write call: no kill cuts it between pages.
+  bool StoreAt(ao::FileHandle file, const void* bytes, size_t count, int64_t offset) override {
+    return inner_.StoreAt(file, bytes, count, offset);
+  }
 
  private:
   FileApi& inner_;
