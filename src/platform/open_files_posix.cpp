@@ -40,6 +40,11 @@ constexpr size_t kMaxMappedTransfer = 8192;
 // is grown a few dozen times at most.
 constexpr int64_t kMinRoom = int64_t{1} << 20;
 constexpr int64_t kMaxRoom = int64_t{64} << 20;
+// A store into the grown room first faults in this much of it, one system
+// call for many pages: each page's own fault costs more than its share. Only
+// writers that have appended as much already do so: faulting in room that is
+// then given back costs far more than the faults it saves.
+constexpr int64_t kFaultAhead = int64_t{256} << 10;
 
 using Inode = std::pair<dev_t, ino_t>;
 
@@ -54,6 +59,10 @@ struct OpenFile {
   // the file was grown to, never below it.
   std::atomic<int64_t> end{0};
   std::atomic<int64_t> grown{0};
+  // While writers > 0: the size when the first of them opened the file, and
+  // the end of the room faulted in for writing, never below it.
+  int64_t opened = 0;
+  std::atomic<int64_t> faulted{0};
   int handles = 0;
   int writers = 0;
   // Set when the system refused a mapping (a file system without mmap, or
@@ -151,7 +160,34 @@ void GiveBackRoom(OpenFile& file, int fd) {
   const int64_t grown = file.grown.load(std::memory_order_acquire);
   struct stat info {};
   if (grown <= end || ::fstat(fd, &info) != 0 || info.st_size != grown) return;
-  if (Truncate(fd, end)) file.known.store(std::min(file.known.load(std::memory_order_acquire), end));
+  if (!Truncate(fd, end)) return;
+  file.known.store(std::min(file.known.load(std::memory_order_acquire), end));
+  file.faulted.store(std::min(file.faulted.load(std::memory_order_acquire), end));
+}
+
+// Before a store that appends: faults in the pages from the store's on, up
+// to its stop and a stretch of room beyond, where that has not been done.
+// Pages of the data the file held before this process began writing it are
+// never faulted in this way: they would be read and then written back
+// unchanged. Nor are pages for a store below the end: the room beyond a
+// rewrite is likely filled by write calls, which need no mapped page. The
+// grown size bounds the stretch, so every page lies inside the file. A
+// failure only leaves the faults to the stores themselves.
+void FaultIn(OpenFile& file, int64_t offset, int64_t stop) {
+#if defined(MADV_POPULATE_WRITE)
+  static const int64_t page = ::sysconf(_SC_PAGESIZE);
+  const int64_t faulted = file.faulted.load(std::memory_order_acquire);
+  const bool appends = stop > file.end.load(std::memory_order_acquire);
+  if (!appends || stop <= faulted || stop - file.opened < kFaultAhead || page <= 0) return;
+  const int64_t from = std::max(faulted, offset) / page * page;
+  const int64_t to = std::min({stop + kFaultAhead, file.grown.load(std::memory_order_acquire),
+                               static_cast<int64_t>(file.window)});
+  if (to <= from) return;
+  ::madvise(file.base + from, static_cast<size_t>(to - from), MADV_POPULATE_WRITE);
+  RaiseTo(file.faulted, to);
+#else
+  (void)file, (void)offset, (void)stop;
+#endif
 }
 
 // Stores head and tail at offset through a writable mapping; false when
@@ -161,6 +197,7 @@ bool Store(OpenFile& file, int64_t offset, const void* head, size_t headCount, c
   const size_t count = headCount + tailCount;
   const auto stop = offset + static_cast<int64_t>(count);
   if (count > kMaxMappedTransfer || !file.writableView || stop > static_cast<int64_t>(file.window)) return false;
+  FaultIn(file, offset, stop);
   unsigned char* at = file.base + offset;
   if (!StoreToView(at, head, headCount) || (tailCount > 0 && !StoreToView(at + headCount, tail, tailCount))) {
     file.known.store(0, std::memory_order_release);
@@ -208,6 +245,8 @@ void Track(int fd, const struct stat& info, bool writable) {
     if (::fstat(fd, &now) == 0) size = static_cast<int64_t>(now.st_size);
     file->end.store(size, std::memory_order_release);
     file->grown.store(size, std::memory_order_release);
+    file->opened = size;
+    file->faulted.store(size, std::memory_order_release);
   }
   RaiseTo(file->known, size);
   const bool wanted = file->base == nullptr || (writable && !file->writableView);
@@ -330,6 +369,7 @@ bool Resize(int fd, int64_t size) {
   if (!Truncate(fd, size)) return false;
   if (file == nullptr) return true;
   file->known.store(size, std::memory_order_release);
+  file->faulted.store(std::min(file->faulted.load(std::memory_order_acquire), size));
   if (file->writers > 0) {
     file->end.store(size, std::memory_order_release);
     file->grown.store(size, std::memory_order_release);

@@ -208,6 +208,34 @@ TEST_F(SystemFiles, TheRoomGrownAheadIsNeverSeenAndIsGivenBack) {
   EXPECT_EQ(std::filesystem::file_size(path), 5000u);
 }
 
+// Small appends well past a step of growth, onto data the file held before,
+// with rewrites in between: every byte reads back where it was put, the old
+// data is untouched, and the file ends at the last append.
+TEST_F(SystemFiles, ALongRunOfSmallAppendsKeepsWhatWasThere) {
+  const Bytes before = Pattern(10000, 10);
+  WriteWholeFile(path, before);
+  const Bytes piece = Pattern(4000, 11);
+  const Bytes field = Pattern(8, 12);
+  Bytes expected = before;
+  {
+    OpenFile writer(path, true, Disposition::kOpenExisting);
+    ASSERT_TRUE(writer.valid());
+    size_t done = 0;
+    for (int i = 0; i < 600; ++i) {
+      const auto at = static_cast<int64_t>(expected.size());
+      ASSERT_TRUE(System().WriteAt(writer.get(), piece.data(), piece.size(), at, &done));
+      expected.insert(expected.end(), piece.begin(), piece.end());
+      if (i % 100 != 99) continue;
+      const int64_t into = at - 1000;
+      ASSERT_TRUE(System().WriteAt(writer.get(), field.data(), field.size(), into, &done));
+      std::copy(field.begin(), field.end(), expected.begin() + into);
+    }
+    EXPECT_EQ(System().Size(writer.get()), static_cast<int64_t>(expected.size()));
+    EXPECT_EQ(ReadAt(writer.get(), expected.size(), 0), expected);
+  }
+  EXPECT_EQ(ReadWholeFile(path), expected);
+}
+
 // A store rewrites bytes the file holds and never extends it: the room grown
 // ahead lies inside the mapping but not inside the file.
 TEST_F(SystemFiles, StoresRewriteOnlyWhatTheFileHolds) {
