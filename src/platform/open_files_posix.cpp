@@ -14,8 +14,8 @@
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/files.h"
 #include "platform/mapped_copy_posix.h"
@@ -79,7 +79,9 @@ struct Registry {
   // Copies and stores hold it shared; mapping, unmapping, growing and
   // cutting hold it alone.
   std::shared_mutex lock;
-  std::unordered_map<int, Handle> byHandle;
+  // Indexed by descriptor (the system hands out the lowest free ones, so
+  // they stay few); file is null where none is kept.
+  std::vector<Handle> byHandle;
   std::map<Inode, std::unique_ptr<OpenFile>> byInode;
 };
 
@@ -118,8 +120,9 @@ void Remap(OpenFile& file, int fd, int64_t size, bool writable) {
 }
 
 Handle* Find(Registry& registry, int fd) {
-  auto found = registry.byHandle.find(fd);
-  return found == registry.byHandle.end() ? nullptr : &found->second;
+  if (fd < 0 || static_cast<size_t>(fd) >= registry.byHandle.size()) return nullptr;
+  Handle& handle = registry.byHandle[static_cast<size_t>(fd)];
+  return handle.file == nullptr ? nullptr : &handle;
 }
 
 void RaiseTo(std::atomic<int64_t>& value, int64_t to) {
@@ -224,7 +227,7 @@ std::optional<bool> StoreBelow(int fd, std::atomic<int64_t> OpenFile::*limit, in
 }  // namespace
 
 void Track(int fd, const struct stat& info, bool writable) {
-  if (!kWideAddresses || !S_ISREG(info.st_mode)) return;
+  if (!kWideAddresses || fd < 0 || !S_ISREG(info.st_mode)) return;
   PrepareMappedCopies();
   Registry& registry = TheRegistry();
   std::unique_lock hold(registry.lock);
@@ -236,7 +239,8 @@ void Track(int fd, const struct stat& info, bool writable) {
   }
   ++file->handles;
   const Handle handle{file.get(), writable};
-  registry.byHandle[fd] = handle;
+  if (static_cast<size_t>(fd) >= registry.byHandle.size()) registry.byHandle.resize(static_cast<size_t>(fd) + 1);
+  registry.byHandle[static_cast<size_t>(fd)] = handle;
   auto size = static_cast<int64_t>(info.st_size);
   if (writable && file->writers++ == 0) {
     // The size from before the lock may be stale: the last writer may have
@@ -256,10 +260,9 @@ void Track(int fd, const struct stat& info, bool writable) {
 void Forget(int fd) {
   Registry& registry = TheRegistry();
   std::unique_lock hold(registry.lock);
-  auto found = registry.byHandle.find(fd);
-  if (found == registry.byHandle.end()) return;
-  const Handle handle = found->second;
-  registry.byHandle.erase(found);
+  Handle* kept = Find(registry, fd);
+  if (kept == nullptr) return;
+  const Handle handle = std::exchange(*kept, Handle{});
   OpenFile* file = handle.file;
   if (handle.writable && --file->writers == 0) GiveBackRoom(*file, fd);
   if (--file->handles > 0) return;
