@@ -36,22 +36,21 @@ class GlobalSettings : public ao::test::GlobalStoreTest {
 // version and data length (8480 for the current version).
 std::vector<unsigned char> ClearUserRecord(uint32_t recordType, const std::string& name, const std::string& password,
                                            uint16_t version = 1, uint32_t dataLength = 8480) {
-  std::vector<unsigned char> bytes(16 + 16 + std::max<uint32_t>(dataLength, 8480), 0);
+  std::vector<unsigned char> data(std::max<uint32_t>(dataLength, 8480), 0);
+  data[0] = 0x77;  // a UUID of its own
+  std::copy(name.begin(), name.end(), data.begin() + 16);
+  std::copy(password.begin(), password.end(), data.begin() + 144);
+  const uint32_t now = static_cast<uint32_t>(std::time(nullptr));
+  for (int i = 0; i < 4; ++i) data[276 + i] = static_cast<unsigned char>(now >> (8 * i));
+  data[280] = 2;  // asset permissions, none of them
   const unsigned char outer[16] = {0x0A, 0, 0, 0, 1, 0, 0x00, 0, 0x30, 0x21, 0, 0, 0, 0, 0, 0};
   const unsigned char inner[16] = {static_cast<unsigned char>(recordType), 0, 0, 0,
                                    static_cast<unsigned char>(version), 0, 0, 0,
                                    static_cast<unsigned char>(dataLength), static_cast<unsigned char>(dataLength >> 8),
                                    0, 0, 0, 0, 0, 0};
-  std::copy(outer, outer + 16, bytes.begin());
-  std::copy(inner, inner + 16, bytes.begin() + 16);
-  unsigned char* data = bytes.data() + 32;
-  data[0] = 0x77;  // a UUID of its own
-  std::copy(name.begin(), name.end(), data + 16);
-  std::copy(password.begin(), password.end(), data + 144);
-  const uint32_t now = static_cast<uint32_t>(std::time(nullptr));
-  for (int i = 0; i < 4; ++i) data[276 + i] = static_cast<unsigned char>(now >> (8 * i));
-  data[280] = 2;  // asset permissions, none of them
-  bytes.resize(32 + dataLength);
+  std::vector<unsigned char> bytes(outer, outer + 16);
+  for (unsigned char byte : inner) bytes.push_back(byte);
+  bytes.insert(bytes.end(), data.begin(), data.begin() + dataLength);
   return bytes;
 }
 

@@ -160,18 +160,15 @@ TEST(BadFiles, DamagedRootDirectoryIsRefusedAndTheFileDeleted) {
     EXPECT_TRUE(FileExists(path));
   };
   const auto good = HandMadeFile('2', false);
-  auto marker = good;
-  marker[32] = 0;
-  damaged("marker", marker);
-  auto slots = good;
-  slots[36] = 65;
-  damaged("slots", slots);
-  auto loop = good;
-  loop[40] = 32;  // the next table is the first one again
-  damaged("loop", loop);
-  auto past = good;
-  past[44] = 1;  // next table far past the end of the file
-  damaged("past", past);
+  const auto patched = [&good](size_t at, unsigned char value) {
+    auto bytes = good;
+    bytes.at(at) = value;
+    return bytes;
+  };
+  damaged("marker", patched(32, 0));
+  damaged("slots", patched(36, 65));
+  damaged("loop", patched(40, 32));  // the next table is the first one again
+  damaged("past", patched(44, 1));   // next table far past the end of the file
   damaged("truncated-table", std::vector<unsigned char>(good.begin(), good.begin() + 1000));
 }
 
