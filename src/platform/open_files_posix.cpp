@@ -210,8 +210,9 @@ bool Store(OpenFile& file, int64_t offset, const void* head, size_t headCount, c
   return true;
 }
 
-// Stores head and tail when they end at or below limit of the file's
-// writable handle fd; nullopt when they reach beyond it.
+// Stores head and tail when they end at or below limit, a bound kept for
+// the file of fd: nullopt when they reach beyond it, false when fd is not a
+// writable descriptor the process keeps or the store failed.
 std::optional<bool> StoreBelow(int fd, std::atomic<int64_t> OpenFile::*limit, int64_t offset, const void* head,
                                size_t headCount, const void* tail, size_t tailCount) {
   Registry& registry = TheRegistry();
