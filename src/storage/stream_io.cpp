@@ -2,6 +2,7 @@
 // stream's chain of blocks.
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -475,7 +476,8 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
   int64_t remaining = count;
   ao::CycleGuard cycle;
   while (true) {
-    const int64_t left = m_header.dataLength - m_dataPos;
+    // The position is never negative, so a damaged length cannot overflow this.
+    const int64_t left = m_header.dataLength > m_dataPos ? m_header.dataLength - m_dataPos : 0;
     int64_t arrived = 0;  // data bytes that came with the header
     if (m_posInBlock == 0) {
       const int64_t want = std::max<int64_t>(std::min(remaining, left), 0);
@@ -502,6 +504,8 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
 
 int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
   if (count < 0) return -1;
+  // No position lies beyond the largest number (damaged blocks may claim to).
+  if (!fromStart && count > std::numeric_limits<int64_t>::max() - m_dataPos) return -1;
   if (fromStart) {
     // Within the first block's data, whose header is already loaded, the
     // walk would end where it starts: no need to read that header again.
@@ -556,12 +560,13 @@ int64_t aoStream::SeekLeft(int64_t count, bool fromEnd) {
     if (m_header.lastBlock == 0 || !LoadBlockHeader(m_header.lastBlock)) return 0;
     m_posInBlock = m_blockDataEnd;
     m_filePos = m_curBlock + m_posInBlock;
-    m_dataPos = m_header.dataLength;
+    // A damaged record may give a negative length; no position lies before 0.
+    m_dataPos = std::max<int64_t>(m_header.dataLength, 0);
   }
   if (count == 0) return 0;
   int64_t remaining = count;
   if (m_posInBlock > HeaderLength()) {
-    const int64_t step = std::min(remaining, m_posInBlock - HeaderLength());
+    const int64_t step = std::min({remaining, m_posInBlock - HeaderLength(), m_dataPos});
     m_posInBlock -= step;
     m_dataPos -= step;
     remaining -= step;

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,18 @@ namespace {
 using ao::test::Pattern;
 using ao::test::ReadChild;
 
-using StreamIo = ao::test::ContainerTest;
+class StreamIo : public ao::test::ContainerTest {
+ protected:
+  // Puts value's 8 bytes, lowest first, at offset of the closed container,
+  // reopens it to be read and opens its stream "s".
+  aoStream* PatchAndOpen(int64_t offset, uint64_t value) {
+    auto bytes = FileBytes();
+    for (int i = 0; i < 8; ++i) bytes[offset + i] = static_cast<unsigned char>(value >> (8 * i));
+    ao::test::WriteWholeFile(path_, bytes);
+    Reopen(kAoModeInspect);
+    return storage_->OpenStream("s", kAoModeInspect);
+  }
+};
 
 TEST_F(StreamIo, TheMostRecentStreamGrowsInOneContiguousBlock) {
   aoStream* stream = storage_->CreateStream("log", kAoModeEdit);
@@ -252,20 +264,42 @@ TEST_F(StreamIo, ReadingStopsAtTheBlockRecordedAsLast) {
   ASSERT_EQ(other->Write("-", 1, false, nullptr), 1);
   ASSERT_EQ(stream->Write("second", 6, false, nullptr), 6);
   const int64_t record = stream->GetWhere().recordOffset;
+  const int64_t first = stream->GetHeader().firstBlock;
   stream->Release();
   other->Release();
   Close();
-  // Point the record's last-block field (offset 76) at its first block (84).
-  auto bytes = FileBytes();
-  for (int i = 0; i < 8; ++i) bytes[record + 76 + i] = bytes[record + 84 + i];
-  ao::test::WriteWholeFile(path_, bytes);
-  Reopen(kAoModeInspect);
-  stream = storage_->OpenStream("s", kAoModeInspect);
+  // Point the record's last-block field (offset 76) at its first block.
+  stream = PatchAndOpen(record + 76, static_cast<uint64_t>(first));
   ASSERT_NE(stream, nullptr);
   char text[16] = {};
   EXPECT_EQ(stream->Read(text, 11), 5);
   EXPECT_STREQ(text, "first");
   stream->Release();
+}
+
+// A record's length field (offset 68) holding the extremes: seeks and reads
+// keep the position within 0 and the largest number, and find what the
+// blocks hold.
+TEST_F(StreamIo, AnExtremeLengthInADamagedRecordKeepsThePositionInRange) {
+  aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
+  ASSERT_EQ(stream->Write("hello", 5, false, nullptr), 5);
+  const int64_t record = stream->GetWhere().recordOffset;
+  stream->Release();
+  Close();
+  for (const uint64_t length : {uint64_t{1} << 63, ~(uint64_t{1} << 63)}) {
+    stream = PatchAndOpen(record + 68, length);
+    ASSERT_NE(stream, nullptr);
+    const bool negative = stream->GetLength() < 0;
+    char text[16] = {};
+    EXPECT_EQ(stream->Read(text, 16), negative ? 0 : 5);
+    EXPECT_EQ(stream->Seek2(-3, 0), 0);
+    EXPECT_GE(stream->GetCurDataPos(), 0);
+    EXPECT_EQ(stream->Seek(2, 2, false), 0);
+    EXPECT_GE(stream->GetCurDataPos(), 0);
+    EXPECT_EQ(stream->Seek(std::numeric_limits<int64_t>::max(), 2, true), -1);
+    stream->Release();
+    Close();
+  }
 }
 
 TEST_F(StreamIo, WritesStopAtTheStreamAndFileSizeLimits) {
@@ -339,11 +373,7 @@ TEST_F(StreamIo, ChainLoopsAndBadBlocksEndWalks) {
   other->Release();
   Close();
   // Make the second block point back at the first one.
-  auto bytes = FileBytes();
-  for (int i = 0; i < 8; ++i) bytes[second + 32 + i] = static_cast<unsigned char>(first >> (8 * i));
-  ao::test::WriteWholeFile(path_, bytes);
-  Reopen(kAoModeInspect);
-  stream = storage_->OpenStream("s", kAoModeInspect);
+  stream = PatchAndOpen(second + 32, static_cast<uint64_t>(first));
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(stream->GetAllocLength(), -1);
   EXPECT_EQ(stream->Seek(100, 0, true), -1);
@@ -353,11 +383,7 @@ TEST_F(StreamIo, ChainLoopsAndBadBlocksEndWalks) {
   stream->Release();
   Close();
   // A data end inside the block header is damage: reads fail.
-  bytes[first + 8] = 5;
-  bytes[first + 9] = 0;
-  ao::test::WriteWholeFile(path_, bytes);
-  Reopen(kAoModeInspect);
-  stream = storage_->OpenStream("s", kAoModeInspect);
+  stream = PatchAndOpen(first + 8, 5);
   ASSERT_NE(stream, nullptr);
   EXPECT_EQ(stream->Read(text, 8), -1);
   stream->Release();
