@@ -103,8 +103,10 @@ int aoStreamBuf::sync() {
 
 std::streamsize aoStreamBuf::showmanyc() {
   if (m_stream == nullptr) return -1;
-  const int64_t left = m_stream->GetLength() - LogicalPosition();
-  return left > 0 ? static_cast<std::streamsize>(left) : -1;
+  // Compared before subtracting: a damaged length may be far below 0.
+  const int64_t length = m_stream->GetLength();
+  const int64_t position = LogicalPosition();
+  return length > position ? static_cast<std::streamsize>(length - position) : -1;
 }
 
 std::streamsize aoStreamBuf::xsgetn(char_type* out, std::streamsize count) {

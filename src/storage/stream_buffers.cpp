@@ -61,8 +61,8 @@ int aoStream::ReadAll(unsigned char** buffer, int64_t* length) {
       return 0;
     size -= 4;
   }
+  if (size <= start) return 1;
   size -= start;
-  if (size < 1) return 1;
   if (!FileCanHold(m_storage, size)) return 0;
   auto* block = static_cast<unsigned char*>(platform::AllocZeroed(static_cast<size_t>(size)));
   if (block == nullptr) return 0;

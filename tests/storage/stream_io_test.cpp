@@ -297,6 +297,13 @@ TEST_F(StreamIo, AnExtremeLengthInADamagedRecordKeepsThePositionInRange) {
     EXPECT_EQ(stream->Seek(2, 2, false), 0);
     EXPECT_GE(stream->GetCurDataPos(), 0);
     EXPECT_EQ(stream->Seek(std::numeric_limits<int64_t>::max(), 2, true), -1);
+    // From inside the data, the whole rest is nothing, or more than a file holds.
+    ASSERT_EQ(stream->Seek(2, 0, true), 0);
+    unsigned char* rest = nullptr;
+    int64_t restLength = -1;
+    EXPECT_EQ(stream->ReadAll(&rest, &restLength), negative ? 1 : 0);
+    EXPECT_EQ(rest, nullptr);
+    EXPECT_EQ(restLength, 0);
     stream->Release();
     Close();
   }
