@@ -116,12 +116,12 @@ bool aoStream::ReadBlockHeaderAt(int64_t block, int64_t& dataEnd, int64_t& block
 bool aoStream::DecodeCheckedHeader(const unsigned char* bytes, int64_t& dataEnd, int64_t& blockEnd, int64_t& prev,
                                    int64_t& next) const {
   const format::BlockHeader header = format::DecodeBlockHeader(bytes, m_b64);
-  // Neither end may lie inside the header: such a block is damaged and ends
-  // every walk. A data end past the block end is accepted (a write that grew
-  // the block may have been cut off before the block end followed); reads
-  // beyond the file then fail on their own.
-  if (header.marker != format::kBlockMarker || header.dataEnd < HeaderLength() || header.blockEnd < HeaderLength())
-    return false;
+  // Neither end may lie inside the header, nor beyond the largest file: such
+  // a block is damaged and ends every walk. A data end past the block end is
+  // accepted (a write that grew the block may have been cut off before the
+  // block end followed); reads beyond the file then fail on their own.
+  const auto inRange = [this](int64_t end) { return end >= HeaderLength() && end <= FileLimit(); };
+  if (header.marker != format::kBlockMarker || !inRange(header.dataEnd) || !inRange(header.blockEnd)) return false;
   dataEnd = header.dataEnd;
   blockEnd = header.blockEnd;
   prev = header.prev;

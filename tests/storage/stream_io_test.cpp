@@ -284,6 +284,7 @@ TEST_F(StreamIo, AnExtremeLengthInADamagedRecordKeepsThePositionInRange) {
   aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
   ASSERT_EQ(stream->Write("hello", 5, false, nullptr), 5);
   const int64_t record = stream->GetWhere().recordOffset;
+  const int64_t block = stream->GetHeader().firstBlock;
   stream->Release();
   Close();
   for (const uint64_t length : {uint64_t{1} << 63, ~(uint64_t{1} << 63)}) {
@@ -307,6 +308,19 @@ TEST_F(StreamIo, AnExtremeLengthInADamagedRecordKeepsThePositionInRange) {
     stream->Release();
     Close();
   }
+  // A block whose data end (offset 8 of its header) lies beyond any file is
+  // damage: reads fail and a seek from the end finds nothing.
+  stream = PatchAndOpen(record + 68, 5);
+  ASSERT_NE(stream, nullptr);
+  stream->Release();
+  Close();
+  stream = PatchAndOpen(block + 8, ~(uint64_t{1} << 63));
+  ASSERT_NE(stream, nullptr);
+  char text[16] = {};
+  EXPECT_EQ(stream->Read(text, 16), -1);
+  EXPECT_EQ(stream->Seek2(-3, 0), 0);
+  EXPECT_EQ(stream->GetCurDataPos(), 0);
+  stream->Release();
 }
 
 TEST_F(StreamIo, WritesStopAtTheStreamAndFileSizeLimits) {
