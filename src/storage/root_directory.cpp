@@ -1,6 +1,7 @@
 // aoStorage's root directory: the shared name map built from the table chain,
 // free-slot search and table growth, and opening root streams by position.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <set>
 #include <vector>
@@ -93,10 +94,16 @@ bool aoStorage::InitStreamMap() {
       wellFormed = false;
       return false;
     }
+    // The table's names are all looked for in the index before any is
+    // inserted, so that their slots come in together.
+    std::array<t_aoStreamU, format::kSlotsPerTable> records;
+    for (uint32_t slot = 0; slot < slotCount; ++slot) {
+      records[slot] = format::DecodeRecord(bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize(), m_b64);
+      if (records[slot].name[0] != '\0') m_fileRef->rootMap.Prefetch(records[slot].name);
+    }
     std::vector<bool> used(slotCount);
     for (uint32_t slot = 0; slot < slotCount; ++slot) {
-      const unsigned char* raw = bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize();
-      const t_aoStreamU record = format::DecodeRecord(raw, m_b64);
+      const t_aoStreamU& record = records[slot];
       if (record.name[0] == '\0') continue;
       used[slot] = true;
       if (record.marker != format::kRecordMarker) continue;
