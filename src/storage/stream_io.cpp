@@ -504,7 +504,7 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
 
 int64_t aoStream::SeekRight(int64_t count, bool fromStart) {
   if (count < 0) return -1;
-  // No position lies beyond the largest number (damaged blocks may claim to).
+  // No position lies beyond the largest number, however far a caller asks.
   if (!fromStart && count > std::numeric_limits<int64_t>::max() - m_dataPos) return -1;
   if (fromStart) {
     // Within the first block's data, whose header is already loaded, the
