@@ -5,6 +5,7 @@
 
 #include "aostore/export.h"
 #include "aostore/types.h"
+#include "aostore/error.h"
 #include "aostore/map_sort.h"
 #include "aostore/storage.h"
 #include "aostore/stream.h"

@@ -30,6 +30,16 @@ class AOSTORE_API aoStorage {
   static int64_t g_iMaxCompStmSize;
   // Non-zero: Create writes version "2" (64-bit offsets), else "1".
   static int g_bUse64BitOffsets;
+  // Non-zero (the default): on POSIX systems containers opened from now on
+  // are read and written through a shared mapping of their file, which is
+  // grown ahead of its end while written, and a SIGBUS handler turns a fault
+  // in the library's own copies into a failed call. Zero: plain read and
+  // write calls only, no mapping and no handler.
+  static int g_bUseFileMapping;
+  // How long an open waits for another process to stop writing the file
+  // (or, for a writer, to stop reading it) before it fails; 0, the default,
+  // fails at once. Milliseconds.
+  static int g_iLockWaitMilliseconds;
 
   // ---- Lifecycle. Each factory returns a new object or null.
   // New empty container; an existing file at the path is overwritten.
@@ -49,6 +59,10 @@ class AOSTORE_API aoStorage {
   // Closes the file and destroys the object.
   void Release();
   const char* GetPath();
+  // Makes everything written to the container so far durable: after it
+  // returns 1, a power cut loses none of it. 0 on failure (ao::LastError
+  // says why), and for an object that does not write the file.
+  int Sync();
 
   // ---- Facts of the open file (for tools).
   char GetVersion() const { return m_version; }
@@ -131,13 +145,16 @@ class AOSTORE_API aoStorage {
   friend class aoStream;
   friend struct ao::StorageInternals;
 
-  aoStorage(const char* path, ao::FileHandle file, uint32_t flags, int loadIntoMemory, int64_t filePosition = 0);
+  aoStorage(const char* path, ao::FileHandle file, uint32_t flags, int loadIntoMemory, int64_t filePosition,
+            t_FileRef* fileRef, bool writer);
   ~aoStorage();
   aoStorage(const aoStorage&) = delete;
   aoStorage& operator=(const aoStorage&) = delete;
 
+  // fileRef: the file's shared reference, already counted for this object;
+  // a failure closes the file and uncounts it.
   static aoStorage* ReadStorageHeader(ao::FileHandle file, const char* path, uint32_t flags,
-                                      uint32_t minBlockCapacity, int loadIntoMemory);
+                                      uint32_t minBlockCapacity, int loadIntoMemory, t_FileRef* fileRef);
   void FlagsToAttributes(uint32_t flags, uint32_t& access, uint32_t& share);
   void Lock();
   void Unlock();
@@ -184,6 +201,8 @@ class AOSTORE_API aoStorage {
   CCompRecorder* m_recorder = nullptr;
   CMapStringToStreamOffset* m_snapshot = nullptr;
   t_FileRef* m_fileRef = nullptr;
+  bool m_writer = false;  // counted as a writer of the file
+  bool m_created = false;  // made the file: its folder entry is synced once
   bool m_b64 = false;
   ao::FileHandle m_file = ao::kInvalidFile;
   bool m_inMemory = false;

@@ -11,7 +11,7 @@ constexpr int kDefaultColumns = 80;
 
 bool SyncFile(const char* path) {
   if (path == nullptr) return false;
-  const FileHandle file = platform::Files().Open(path, true, platform::Disposition::kOpenExisting);
+  const FileHandle file = platform::Files().Open(path, true, platform::Disposition::kOpenExisting, platform::Mapping::kNever);
   if (file == kInvalidFile) return false;
   const bool flushed = platform::Files().Flush(file);
   platform::Files().Close(file);

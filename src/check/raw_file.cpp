@@ -1,6 +1,8 @@
 #include "check/raw_file.h"
 
+#include "aostore/storage.h"
 #include "platform/files.h"
+#include "storage/file_ref.h"
 
 namespace ao::check {
 
@@ -13,9 +15,18 @@ RawFile::RawFile(const char* path) {
     error_ = "no such file";
     return;
   }
-  file_ = platform::Files().Open(path, false, platform::Disposition::kOpenExisting);
+  const auto mapping = aoStorage::g_bUseFileMapping != 0 ? platform::Mapping::kAllowed : platform::Mapping::kNever;
+  file_ = platform::Files().Open(path, false, platform::Disposition::kOpenExisting, mapping);
   if (file_ == kInvalidFile) {
-    error_ = "cannot open the file for reading";
+    const errc why = ErrorOf(platform::LastFileError());
+    error_ = why == errc::io_error ? "cannot open the file for reading" : ErrorText(why);
+    return;
+  }
+  ref_ = JoinFileRef(file_, path, FileUse::kRead);
+  if (ref_ == nullptr) {
+    error_ = ErrorText(LastError());
+    platform::Files().Close(file_);
+    file_ = kInvalidFile;
     return;
   }
   size_ = platform::Files().Size(file_);
@@ -24,6 +35,7 @@ RawFile::RawFile(const char* path) {
 
 RawFile::~RawFile() {
   if (file_ != kInvalidFile) platform::Files().Close(file_);
+  LeaveFileRef(ref_, FileUse::kRead, false);
 }
 
 bool RawFile::Read(int64_t offset, void* buffer, int64_t count) {

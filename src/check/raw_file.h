@@ -9,6 +9,8 @@
 
 #include "aostore/types.h"
 
+struct t_FileRef;
+
 namespace ao::check {
 
 class RawFile {
@@ -35,6 +37,9 @@ class RawFile {
 
  private:
   FileHandle file_ = kInvalidFile;
+  // The file's shared reference: it holds the lock that keeps other
+  // processes from writing the file while it is examined.
+  t_FileRef* ref_ = nullptr;
   int64_t size_ = -1;
   int64_t failedAt_ = -1;
   std::string error_;

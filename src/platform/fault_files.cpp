@@ -28,8 +28,8 @@ void FaultFiles::Disarm() {
   writesFromTarget_ = false;
 }
 
-FileHandle FaultFiles::Open(const char* path, bool write, Disposition disposition) {
-  return inner_.Open(path, write, disposition);
+FileHandle FaultFiles::Open(const char* path, bool write, Disposition disposition, Mapping mapping) {
+  return inner_.Open(path, write, disposition, mapping);
 }
 
 bool FaultFiles::ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) {

@@ -27,13 +27,20 @@ class FaultFiles final : public FileApi {
   int64_t writes() const { return writes_; }
   int64_t faults() const { return faults_; }
 
-  FileHandle Open(const char* path, bool write, Disposition disposition) override;
+  FileHandle Open(const char* path, bool write, Disposition disposition, Mapping mapping) override;
   void Close(FileHandle file) override { inner_.Close(file); }
   bool ReadAt(FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override;
   bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) override;
   int64_t Size(FileHandle file) override { return inner_.Size(file); }
   bool SetSize(FileHandle file, int64_t size) override { return inner_.SetSize(file, size); }
   bool Flush(FileHandle file) override { return inner_.Flush(file); }
+  bool Identify(FileHandle file, FileIdentity& identity) override { return inner_.Identify(file, identity); }
+  FileHandle OpenForLocking(const char* path) override { return inner_.OpenForLocking(path); }
+  LockResult SetLock(FileHandle lockHandle, LockMode held, LockMode wanted) override {
+    return inner_.SetLock(lockHandle, held, wanted);
+  }
+  void LimitGrowth(FileHandle file, int64_t limit) override { inner_.LimitGrowth(file, limit); }
+  int64_t RoomLeftBehind(FileHandle file) override { return inner_.RoomLeftBehind(file); }
   bool Copy(const char* from, const char* to) override { return inner_.Copy(from, to); }
   bool Delete(const char* path) override { return inner_.Delete(path); }
   bool Exists(const char* path) override { return inner_.Exists(path); }

@@ -6,6 +6,7 @@
 namespace ao::platform {
 namespace {
 std::atomic<FileApi*> g_override{nullptr};
+thread_local FileError t_lastError = FileError::kNone;
 // One transfer moves at most this many bytes.
 constexpr int64_t kMaxTransfer = 0x80000000LL;
 }  // namespace
@@ -19,6 +20,10 @@ bool FileApi::WriteAtPair(FileHandle file, const void* head, size_t headCount, c
   *done = first + second;
   return ok;
 }
+
+FileError LastFileError() { return t_lastError; }
+
+void SetLastFileError(FileError error) { t_lastError = error; }
 
 FileApi& Files() {
   FileApi* files = g_override.load(std::memory_order_acquire);

@@ -24,11 +24,43 @@ enum class Disposition {
   kOpenExisting,      // open only an existing file
 };
 
+// Whether the backend may read and write the file through a mapping of it
+// (and grow it ahead of its end while it is written), or must use plain
+// read and write calls only.
+enum class Mapping { kAllowed, kNever };
+
+// Which file a handle reaches, whatever the path that opened it: every
+// spelling, hard link and symbolic link of one file gives the same identity.
+struct FileIdentity {
+  uint64_t device = 0;
+  uint64_t index = 0;
+  auto operator<=>(const FileIdentity&) const = default;
+};
+
+// A lock that several processes honour: any number of shared holders, or
+// one exclusive holder.
+enum class LockMode { kNone, kShared, kExclusive };
+enum class LockResult {
+  kLocked,
+  kBusy,         // another process holds a lock that conflicts
+  kUnsupported,  // the file system keeps no such locks
+  kFailed,       // the handle cannot hold this lock (exclusive needs write access)
+};
+
+// The mark at the end of room grown ahead of a file's written end.
+inline constexpr int64_t kRoomMarkSize = 32;
+
+// Why the last failed call of this thread failed, where the system said so.
+enum class FileError { kNone, kNotFound, kAccessDenied, kIsDirectory, kTooLarge, kNoSpace, kOther };
+FileError LastFileError();
+void SetLastFileError(FileError error);
+
 class FileApi {
  public:
   virtual ~FileApi() = default;
-  // kInvalidFile on failure. Files are always shared for reading and writing.
-  virtual FileHandle Open(const char* path, bool write, Disposition disposition) = 0;
+  // kInvalidFile on failure (LastFileError says why). Files are always shared
+  // for reading and writing.
+  virtual FileHandle Open(const char* path, bool write, Disposition disposition, Mapping mapping) = 0;
   virtual void Close(FileHandle file) = 0;
   // Reads up to count bytes at offset; *done gets what arrived (less at the
   // end of the file). False on an error.
@@ -43,8 +75,31 @@ class FileApi {
   virtual int64_t Size(FileHandle file) = 0;
   // Sets the end of the file (extending it with unwritten space).
   virtual bool SetSize(FileHandle file, int64_t size) = 0;
-  // Makes everything written reach the disk.
+  // Makes everything written reach the disk, what went through a mapping too.
   virtual bool Flush(FileHandle file) = 0;
+  // Makes the folder entry of the file at path reach the disk (a new file's
+  // name survives a power cut); true where the system has nothing to do.
+  virtual bool FlushFolderOf(const char* path) {
+    (void)path;
+    return true;
+  }
+  virtual bool Identify(FileHandle file, FileIdentity& identity) = 0;
+  // A handle that only holds locks on the existing file at path: writable
+  // where the caller may write the file, so that it can hold an exclusive
+  // lock. Never mapped, never grown.
+  virtual FileHandle OpenForLocking(const char* path) = 0;
+  // Changes the lock the handle holds on its file (held) to wanted without
+  // waiting; kNone releases it. When the change fails, held is still held.
+  virtual LockResult SetLock(FileHandle lockHandle, LockMode held, LockMode wanted) = 0;
+  // A writer of the file never grows it ahead of its end beyond limit.
+  virtual void LimitGrowth(FileHandle file, int64_t limit) { (void)file, (void)limit; }
+  // Where a writer that was killed before it gave back the room it had grown
+  // ahead began writing: every byte from there on is what that writer
+  // appended, then the room. -1 when the file's end shows no such room.
+  virtual int64_t RoomLeftBehind(FileHandle file) {
+    (void)file;
+    return -1;
+  }
   virtual bool Copy(const char* from, const char* to) = 0;
   virtual bool Delete(const char* path) = 0;
   virtual bool Exists(const char* path) = 0;

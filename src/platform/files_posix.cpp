@@ -3,6 +3,7 @@
 #if !defined(_WIN32)
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -24,22 +25,87 @@ namespace {
 // and the library must leave most to the application.
 constexpr int kMaxViews = 4096;
 
+// The byte whose lock stands for the whole file: far beyond any content, so
+// that a system that enforces byte locks never stops a read or a write.
+constexpr off_t kLockByte = off_t{1} << 62;
+
+FileError ErrorFromErrno(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR: return FileError::kNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS: return FileError::kAccessDenied;
+    case EISDIR: return FileError::kIsDirectory;
+    case EFBIG: return FileError::kTooLarge;
+    case ENOSPC:
+    case EDQUOT: return FileError::kNoSpace;
+    default: return FileError::kOther;
+  }
+}
+
+int OpenRetrying(const char* path, int flags, mode_t mode) {
+  int fd;
+  do {
+    fd = ::open(path, flags, mode);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+// Converts or releases the lock this descriptor's open file holds; open
+// file locks belong to the descriptor, not to the process, so locks of two
+// descriptors of one process conflict like those of two processes, and
+// closing some other descriptor of the file never drops them.
+LockResult SetOpenFileLock(int fd, LockMode held, LockMode mode) {
+#if defined(F_OFD_SETLK)
+  struct flock lock {};
+  lock.l_type = mode == LockMode::kExclusive ? F_WRLCK : mode == LockMode::kShared ? F_RDLCK : F_UNLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = kLockByte;
+  lock.l_len = 1;
+  int result;
+  do {
+    result = ::fcntl(fd, F_OFD_SETLK, &lock);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return LockResult::kLocked;
+  if (errno == EAGAIN || errno == EACCES) return LockResult::kBusy;
+  if (errno == EBADF) return LockResult::kFailed;
+  if (errno != EINVAL) return LockResult::kUnsupported;
+#endif
+  // Without open file locks (an older system): flock, which also belongs to
+  // the open file, but converts by releasing first, so a failed conversion
+  // takes the lock that was held again.
+  const auto take = [fd](LockMode kind) {
+    const int operation = kind == LockMode::kExclusive ? LOCK_EX : kind == LockMode::kShared ? LOCK_SH : LOCK_UN;
+    int taken;
+    do {
+      taken = ::flock(fd, operation | LOCK_NB);
+    } while (taken != 0 && errno == EINTR);
+    return taken == 0;
+  };
+  if (take(mode)) return LockResult::kLocked;
+  if (errno != EWOULDBLOCK) return LockResult::kUnsupported;
+  if (held != LockMode::kNone) take(held);
+  return LockResult::kBusy;
+}
+
 class PosixFiles final : public FileApi {
  public:
-  FileHandle Open(const char* path, bool write, Disposition disposition) override {
+  FileHandle Open(const char* path, bool write, Disposition disposition, Mapping mapping) override {
     int flags = (write ? O_RDWR : O_RDONLY) | O_CLOEXEC;
     if (disposition == Disposition::kOpenAlways) flags |= O_CREAT;
-    int fd;
-    do {
-      fd = ::open(path, flags, 0644);
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0) return kInvalidFile;
+    const int fd = OpenRetrying(path, flags, 0644);
+    if (fd < 0) {
+      SetLastFileError(ErrorFromErrno(errno));
+      return kInvalidFile;
+    }
     struct stat info {};
     if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
+      SetLastFileError(S_ISDIR(info.st_mode) ? FileError::kIsDirectory : ErrorFromErrno(errno));
       ::close(fd);
       return kInvalidFile;
     }
-    open_files::Track(fd, info, write);
+    if (mapping == Mapping::kAllowed) open_files::Track(fd, info, write);
     // Cut after the descriptor is known: another descriptor of the file may
     // be copying out of the part that goes.
     if (disposition == Disposition::kTruncateExisting && !open_files::Resize(fd, 0)) {
@@ -81,10 +147,12 @@ class PosixFiles final : public FileApi {
   }
 
   bool WriteAt(FileHandle file, const void* buffer, size_t count, int64_t offset, size_t* done) override {
-    if (open_files::Write(static_cast<int>(file), offset, buffer, count, nullptr, 0)) {
-      *done = count;
-      return true;
+    const open_files::WriteOutcome outcome = open_files::Write(static_cast<int>(file), offset, buffer, count, nullptr, 0);
+    if (outcome != open_files::WriteOutcome::kLeftToCaller) {
+      *done = outcome == open_files::WriteOutcome::kStored ? count : 0;
+      return outcome == open_files::WriteOutcome::kStored;
     }
+    if (!WithinSizeLimit(offset, count, done)) return false;
     size_t total = 0;
     const auto* bytes = static_cast<const char*>(buffer);
     while (total < count) {
@@ -92,6 +160,7 @@ class PosixFiles final : public FileApi {
                                    static_cast<off_t>(offset + static_cast<int64_t>(total)));
       if (put < 0 && errno == EINTR) continue;
       if (put <= 0) {
+        if (put < 0) SetLastFileError(ErrorFromErrno(errno));
         *done = total;
         return false;
       }
@@ -104,16 +173,20 @@ class PosixFiles final : public FileApi {
 
   bool WriteAtPair(FileHandle file, const void* head, size_t headCount, const void* tail, size_t tailCount,
                    int64_t offset, size_t* done) override {
-    if (open_files::Write(static_cast<int>(file), offset, head, headCount, tail, tailCount)) {
-      *done = headCount + tailCount;
-      return true;
+    const open_files::WriteOutcome outcome =
+        open_files::Write(static_cast<int>(file), offset, head, headCount, tail, tailCount);
+    if (outcome != open_files::WriteOutcome::kLeftToCaller) {
+      *done = outcome == open_files::WriteOutcome::kStored ? headCount + tailCount : 0;
+      return outcome == open_files::WriteOutcome::kStored;
     }
+    if (!WithinSizeLimit(offset, headCount + tailCount, done)) return false;
     iovec parts[2] = {{const_cast<void*>(head), headCount}, {const_cast<void*>(tail), tailCount}};
     ssize_t put;
     do {
       put = ::pwritev(static_cast<int>(file), parts, 2, static_cast<off_t>(offset));
     } while (put < 0 && errno == EINTR);
     if (put <= 0) {
+      if (put < 0) SetLastFileError(ErrorFromErrno(errno));
       *done = 0;
       return headCount + tailCount == 0;
     }
@@ -146,7 +219,45 @@ class PosixFiles final : public FileApi {
     return size >= 0 && open_files::Resize(static_cast<int>(file), size);
   }
 
-  bool Flush(FileHandle file) override { return ::fsync(static_cast<int>(file)) == 0; }
+  bool Flush(FileHandle file) override {
+    return open_files::SyncMapping(static_cast<int>(file)) && ::fsync(static_cast<int>(file)) == 0;
+  }
+
+  bool FlushFolderOf(const char* path) override {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    const int fd = OpenRetrying(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    if (fd < 0) return false;
+    // Some file systems cannot sync a folder; its entry is then as safe as
+    // they make it.
+    const bool synced = ::fsync(fd) == 0 || errno == EINVAL;
+    ::close(fd);
+    return synced;
+  }
+
+  bool Identify(FileHandle file, FileIdentity& identity) override {
+    struct stat info {};
+    if (::fstat(static_cast<int>(file), &info) != 0) return false;
+    identity = {static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino)};
+    return true;
+  }
+
+  FileHandle OpenForLocking(const char* path) override {
+    int fd = OpenRetrying(path, O_RDWR | O_CLOEXEC, 0);
+    if (fd < 0 && (errno == EACCES || errno == EPERM || errno == EROFS)) fd = OpenRetrying(path, O_RDONLY | O_CLOEXEC, 0);
+    if (fd < 0) {
+      SetLastFileError(ErrorFromErrno(errno));
+      return kInvalidFile;
+    }
+    return fd;
+  }
+
+  LockResult SetLock(FileHandle lockHandle, LockMode held, LockMode wanted) override {
+    return SetOpenFileLock(static_cast<int>(lockHandle), held, wanted);
+  }
+
+  void LimitGrowth(FileHandle file, int64_t limit) override { open_files::LimitGrowth(static_cast<int>(file), limit); }
+
+  int64_t RoomLeftBehind(FileHandle file) override { return open_files::RoomLeftBehind(static_cast<int>(file)); }
 
   bool Copy(const char* from, const char* to) override {
     std::error_code error;
@@ -193,6 +304,15 @@ class PosixFiles final : public FileApi {
   }
 
  private:
+  // A write beyond the process's file size limit would be answered by a
+  // signal that ends the process: it fails instead.
+  static bool WithinSizeLimit(int64_t offset, size_t count, size_t* done) {
+    if (offset + static_cast<int64_t>(count) <= open_files::FileSizeLimit()) return true;
+    SetLastFileError(FileError::kTooLarge);
+    *done = 0;
+    return false;
+  }
+
   std::atomic<int> views_{0};
 };
 

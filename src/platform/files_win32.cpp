@@ -35,17 +35,88 @@ DWORD CreationFor(Disposition disposition) {
   return OPEN_EXISTING;
 }
 
+// The byte whose lock stands for the whole file. Windows enforces byte
+// locks on reads and writes, so it lies far beyond any content.
+constexpr DWORD kLockByteHigh = 0x40000000u;
+
+FileError ErrorFromLastError(DWORD error) {
+  switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND: return FileError::kNotFound;
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_WRITE_PROTECT: return FileError::kAccessDenied;
+    case ERROR_FILE_TOO_LARGE: return FileError::kTooLarge;
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL: return FileError::kNoSpace;
+    default: return FileError::kOther;
+  }
+}
+
+// Shared like a POSIX descriptor: others may read, write, rename or delete
+// the file while it is open.
+HANDLE OpenShared(const char* path, DWORD access, DWORD creation) {
+  const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  return ::CreateFileA(path, access, share, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+bool LockByte(HANDLE handle, LockMode mode) {
+  OVERLAPPED where{};
+  where.OffsetHigh = kLockByteHigh;
+  const DWORD flags = LOCKFILE_FAIL_IMMEDIATELY | (mode == LockMode::kExclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0);
+  return ::LockFileEx(handle, flags, 0, 1, 0, &where) != 0;
+}
+
+void UnlockByte(HANDLE handle) {
+  OVERLAPPED where{};
+  where.OffsetHigh = kLockByteHigh;
+  ::UnlockFileEx(handle, 0, 1, 0, &where);
+}
+
 class Win32Files final : public FileApi {
  public:
-  FileHandle Open(const char* path, bool write, Disposition disposition) override {
+  FileHandle Open(const char* path, bool write, Disposition disposition, Mapping mapping) override {
+    (void)mapping;  // this backend maps nothing
     if (path == nullptr) return kInvalidFile;
-    const DWORD access = GENERIC_READ | (write ? GENERIC_WRITE : 0);
-    // Shared like a POSIX descriptor: others may read, write, rename or
-    // delete the file while it is open. A folder fails to open here.
-    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    HANDLE handle = ::CreateFileA(path, access, share, nullptr, CreationFor(disposition), FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) return kInvalidFile;
+    // A folder fails to open here.
+    HANDLE handle = OpenShared(path, GENERIC_READ | (write ? GENERIC_WRITE : 0), CreationFor(disposition));
+    if (handle == INVALID_HANDLE_VALUE) {
+      SetLastFileError(ErrorFromLastError(::GetLastError()));
+      return kInvalidFile;
+    }
     return reinterpret_cast<FileHandle>(handle);
+  }
+
+  bool Identify(FileHandle file, FileIdentity& identity) override {
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(ToHandle(file), &info)) return false;
+    identity = {info.dwVolumeSerialNumber,
+                (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow};
+    return true;
+  }
+
+  FileHandle OpenForLocking(const char* path) override {
+    if (path == nullptr) return kInvalidFile;
+    HANDLE handle = OpenShared(path, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
+    if (handle == INVALID_HANDLE_VALUE && ::GetLastError() == ERROR_ACCESS_DENIED)
+      handle = OpenShared(path, GENERIC_READ, OPEN_EXISTING);
+    if (handle == INVALID_HANDLE_VALUE) {
+      SetLastFileError(ErrorFromLastError(::GetLastError()));
+      return kInvalidFile;
+    }
+    return reinterpret_cast<FileHandle>(handle);
+  }
+
+  // A byte lock does not convert: the held one is released first and taken
+  // again when the wanted one cannot be had.
+  LockResult SetLock(FileHandle lockHandle, LockMode held, LockMode wanted) override {
+    HANDLE handle = ToHandle(lockHandle);
+    if (held == wanted) return LockResult::kLocked;
+    if (held != LockMode::kNone) UnlockByte(handle);
+    if (wanted == LockMode::kNone || LockByte(handle, wanted)) return LockResult::kLocked;
+    const DWORD error = ::GetLastError();
+    if (held != LockMode::kNone) LockByte(handle, held);
+    return error == ERROR_LOCK_VIOLATION || error == ERROR_IO_PENDING ? LockResult::kBusy : LockResult::kUnsupported;
   }
 
   void Close(FileHandle file) override {
@@ -80,6 +151,7 @@ class Win32Files final : public FileApi {
       OVERLAPPED where = At(offset + static_cast<int64_t>(total));
       DWORD put = 0;
       if (!::WriteFile(ToHandle(file), bytes + total, piece, &put, &where) || put == 0) {
+        SetLastFileError(ErrorFromLastError(::GetLastError()));
         *done = total;
         return false;
       }

@@ -3,12 +3,14 @@
 #include "platform/open_files_posix.h"
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -46,6 +48,22 @@ constexpr int64_t kMaxRoom = int64_t{64} << 20;
 // then given back costs far more than the faults it saves.
 constexpr int64_t kFaultAhead = int64_t{256} << 10;
 
+// The last bytes of grown room: a mark, where the writer began appending,
+// and the size the file was grown to. Room too short to hold them is left
+// unmarked; what a kill leaves of it is then smaller than the mark.
+constexpr unsigned char kRoomMark[16] = {'a', 'o', 's', 't', 'o', 'r', 'e', ' ',
+                                         'r', 'o', 'o', 'm', 0xA5, 0x5A, 0xC3, 0x3C};
+
+void PutLittle64(unsigned char* at, int64_t value) {
+  for (int i = 0; i < 8; ++i) at[i] = static_cast<unsigned char>(static_cast<uint64_t>(value) >> (8 * i));
+}
+
+int64_t GetLittle64(const unsigned char* at) {
+  uint64_t value = 0;
+  for (int i = 7; i >= 0; --i) value = (value << 8) | at[i];
+  return static_cast<int64_t>(value);
+}
+
 using Inode = std::pair<dev_t, ino_t>;
 
 struct OpenFile {
@@ -59,9 +77,12 @@ struct OpenFile {
   // the file was grown to, never below it.
   std::atomic<int64_t> end{0};
   std::atomic<int64_t> grown{0};
-  // While writers > 0: the size when the first of them opened the file, and
-  // the end of the room faulted in for writing, never below it.
+  // While writers > 0: the size when the first of them opened the file (or
+  // less, when it was cut since), and the end of the room faulted in for
+  // writing, never below it.
   int64_t opened = 0;
+  // The room grown ahead never reaches beyond this.
+  int64_t limit = INT64_MAX;
   std::atomic<int64_t> faulted{0};
   int handles = 0;
   int writers = 0;
@@ -132,6 +153,10 @@ void RaiseTo(std::atomic<int64_t>& value, int64_t to) {
 }
 
 bool Truncate(int fd, int64_t size) {
+  if (size > FileSizeLimit()) {
+    errno = EFBIG;
+    return false;
+  }
   int result;
   do {
     result = ::ftruncate(fd, static_cast<off_t>(size));
@@ -139,19 +164,47 @@ bool Truncate(int fd, int64_t size) {
   return result == 0;
 }
 
-// Grows the file to hold stop bytes and room for more (or, where the system
-// refuses that much, just the bytes); under the registry alone.
-bool Grow(OpenFile& file, const Handle& handle, int fd, int64_t stop) {
-  const int64_t room = std::clamp(stop / 8, kMinRoom, kMaxRoom);
-  const int64_t roomy = (stop + room + kMinRoom - 1) / kMinRoom * kMinRoom;
-  int64_t size = roomy;
-  if (!Truncate(fd, size)) {
-    size = stop;
-    if (!Truncate(fd, size)) return false;
+bool WriteAll(int fd, const unsigned char* bytes, size_t count, int64_t offset) {
+  while (count > 0) {
+    const ssize_t put = ::pwrite(fd, bytes, count, static_cast<off_t>(offset));
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) return false;
+    bytes += put;
+    count -= static_cast<size_t>(put);
+    offset += put;
   }
-  file.grown.store(size, std::memory_order_release);
-  RaiseTo(file.known, size);
-  if (Outgrown(file, handle, size)) Remap(file, fd, size, handle.writable);
+  return true;
+}
+
+// Grows the file to hold stop bytes and room for more, the room marked at
+// its end (or, where the system refuses that much, just the bytes); under
+// the registry alone. Refused, with nothing changed, when stop is beyond
+// what the file may hold.
+bool Grow(OpenFile& file, const Handle& handle, int fd, int64_t stop) {
+  const int64_t limit = std::min(file.limit, FileSizeLimit());
+  if (stop > limit) {
+    SetLastFileError(FileError::kTooLarge);
+    return false;
+  }
+  const int64_t room = std::clamp(stop / 8, kMinRoom, kMaxRoom);
+  const int64_t size = std::min((stop + room + kMinRoom - 1) / kMinRoom * kMinRoom, limit);
+  bool grown = false;
+  if (size - stop >= kRoomMarkSize) {
+    // Writing the mark is what extends the file.
+    unsigned char mark[static_cast<size_t>(kRoomMarkSize)];
+    std::memcpy(mark, kRoomMark, sizeof kRoomMark);
+    PutLittle64(mark + 16, file.opened);
+    PutLittle64(mark + 24, size);
+    grown = WriteAll(fd, mark, sizeof mark, size - kRoomMarkSize);
+  }
+  const int64_t reached = grown ? size : stop;
+  if (!grown && !Truncate(fd, reached)) {
+    SetLastFileError(errno == ENOSPC ? FileError::kNoSpace : FileError::kOther);
+    return false;
+  }
+  file.grown.store(reached, std::memory_order_release);
+  RaiseTo(file.known, reached);
+  if (Outgrown(file, handle, reached)) Remap(file, fd, reached, handle.writable);
   return true;
 }
 
@@ -310,20 +363,20 @@ void Prefetch(int fd, int64_t offset, size_t count) {
     __builtin_prefetch(file.base + offset + static_cast<int64_t>(std::min(line, count - 1)));
 }
 
-bool Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount) {
+WriteOutcome Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount) {
   const size_t count = headCount + tailCount;
-  if (offset < 0 || count == 0) return false;
+  if (offset < 0 || count == 0) return WriteOutcome::kLeftToCaller;
   const auto stop = offset + static_cast<int64_t>(count);
   if (const std::optional<bool> stored = StoreBelow(fd, &OpenFile::grown, offset, head, headCount, tail, tailCount))
-    return *stored;
+    return *stored ? WriteOutcome::kStored : WriteOutcome::kLeftToCaller;
   Registry& registry = TheRegistry();
   std::unique_lock hold(registry.lock);
   const Handle* handle = Find(registry, fd);
-  if (handle == nullptr) return false;
+  if (handle == nullptr) return WriteOutcome::kLeftToCaller;
   OpenFile& file = *handle->file;
-  // Where the file cannot grow ahead, the write call extends it.
-  if (stop > file.grown.load(std::memory_order_acquire) && !Grow(file, *handle, fd, stop)) return false;
-  return Store(file, offset, head, headCount, tail, tailCount);
+  if (stop > file.grown.load(std::memory_order_acquire) && !Grow(file, *handle, fd, stop))
+    return WriteOutcome::kRefused;
+  return Store(file, offset, head, headCount, tail, tailCount) ? WriteOutcome::kStored : WriteOutcome::kLeftToCaller;
 }
 
 bool Rewrite(int fd, int64_t offset, const void* bytes, size_t count) {
@@ -377,9 +430,55 @@ bool Resize(int fd, int64_t size) {
   if (file->writers > 0) {
     file->end.store(size, std::memory_order_release);
     file->grown.store(size, std::memory_order_release);
+    file->opened = std::min(file->opened, size);
   }
   if (Outgrown(*file, *handle, size)) Remap(*file, fd, size, handle->writable);
   return true;
+}
+
+void LimitGrowth(int fd, int64_t limit) {
+  Registry& registry = TheRegistry();
+  std::unique_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle != nullptr) handle->file->limit = std::min(handle->file->limit, limit);
+}
+
+bool SyncMapping(int fd) {
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr || handle->file->base == nullptr || !handle->file->writableView) return true;
+  const OpenFile& file = *handle->file;
+  const int64_t held = file.writers > 0 ? file.grown.load(std::memory_order_acquire)
+                                        : file.known.load(std::memory_order_acquire);
+  const auto length = static_cast<size_t>(std::clamp<int64_t>(held, 0, static_cast<int64_t>(file.window)));
+  return length == 0 || ::msync(file.base, length, MS_SYNC) == 0;
+}
+
+int64_t RoomLeftBehind(int fd) {
+  struct stat info {};
+  if (::fstat(fd, &info) != 0 || info.st_size < static_cast<off_t>(kRoomMarkSize)) return -1;
+  const auto size = static_cast<int64_t>(info.st_size);
+  unsigned char mark[static_cast<size_t>(kRoomMarkSize)];
+  size_t got = 0;
+  while (got < sizeof mark) {
+    const ssize_t read = ::pread(fd, mark + got, sizeof mark - got,
+                                 static_cast<off_t>(size - static_cast<int64_t>(sizeof mark - got)));
+    if (read < 0 && errno == EINTR) continue;
+    if (read <= 0) return -1;
+    got += static_cast<size_t>(read);
+  }
+  const int64_t began = GetLittle64(mark + 16);
+  if (std::memcmp(mark, kRoomMark, sizeof kRoomMark) != 0 || GetLittle64(mark + 24) != size) return -1;
+  return began >= 0 && began <= size - kRoomMarkSize ? began : -1;
+}
+
+int64_t FileSizeLimit() {
+  struct rlimit limit {};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+      limit.rlim_cur > static_cast<rlim_t>(INT64_MAX))
+    return INT64_MAX;
+  return static_cast<int64_t>(limit.rlim_cur);
 }
 
 }  // namespace ao::platform::open_files

@@ -11,9 +11,13 @@
 // neither changes the file's size at every write nor asks the system for it.
 // The kept end is the size every descriptor of the process sees, and reads
 // stop there. When the last writing descriptor closes, the file is cut back
-// to it; a process killed while writing leaves the room it had grown as zeros
-// at the end of the file, where nothing refers to them. The end is this
-// process's own: one process at a time writes a file.
+// to it. The room is never grown past the process's file size limit, so the
+// system never answers a grow with a signal. Its last bytes tell where this
+// process began writing: a process killed while writing leaves the room at
+// the end of the file, and the next writer finds from there what was
+// appended and gives the rest back (RoomLeftBehind). The end is this
+// process's own: one process at a time writes a file, which the caller
+// ensures with a lock.
 //
 // Small writes below the grown size are stores into the mapping, which then
 // is writable: the bytes land in the same page cache a write call fills.
@@ -41,9 +45,14 @@ ReadPlan Read(int fd, void* buffer, size_t count, int64_t offset);
 // range the mapping does not surely hold is left alone.
 void Prefetch(int fd, int64_t offset, size_t count);
 
+enum class WriteOutcome {
+  kStored,        // the bytes are in the file
+  kLeftToCaller,  // room is made where needed; the caller writes them
+  kRefused,       // they would pass the file size limit (LastFileError says which)
+};
 // Makes room for head and then tail at offset, and stores them when they are
-// small enough; true when stored, false leaves the write to the caller.
-bool Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount);
+// small enough.
+WriteOutcome Write(int fd, int64_t offset, const void* head, size_t headCount, const void* tail, size_t tailCount);
 // Stores bytes that lie below the kept end; false leaves them to the caller.
 bool Rewrite(int fd, int64_t offset, const void* bytes, size_t count);
 // A read or write call transferred bytes up to end.
@@ -52,6 +61,17 @@ void Reached(int fd, int64_t end);
 int64_t Size(int fd);
 // Sets the file's size with no copy running meanwhile.
 bool Resize(int fd, int64_t size);
+// The room grown ahead of the file never reaches beyond limit.
+void LimitGrowth(int fd, int64_t limit);
+// Writes back what was stored through the file's mapping.
+bool SyncMapping(int fd);
+// Where the writer that left grown room at the end of the file began
+// appending, or -1 when the file ends otherwise.
+int64_t RoomLeftBehind(int fd);
+
+// The largest size the process may give a file: a write or a resize beyond
+// it would be answered by a signal that ends the process.
+int64_t FileSizeLimit();
 
 }  // namespace ao::platform::open_files
 

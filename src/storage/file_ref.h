@@ -11,7 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include "aostore/error.h"
 #include "aostore/map_sort.h"
+#include "aostore/types.h"
+#include "platform/files.h"
 #include "storage/page_rewrites.h"
 
 namespace ao {
@@ -61,10 +64,22 @@ class RootTables {
 
 }  // namespace ao
 
-// Shared by every aoStorage open on one path.
+// Shared by every aoStorage open on one file, whatever the path that named
+// it: its identity is the key.
 struct t_FileRef {
   std::recursive_mutex lock;  // the storage lock
   int32_t refCount = 0;
+  // Of refCount: objects open for writing, and objects that hold the file
+  // as an image in memory and read it no more.
+  int32_t writers = 0;
+  int32_t images = 0;
+  // The lock that other processes honour, held for all of this process's
+  // objects on the file through a handle of its own: exclusive while one of
+  // them writes, shared while any reads.
+  ao::FileHandle lockHandle = ao::kInvalidFile;
+  ao::platform::LockMode lockHeld = ao::platform::LockMode::kNone;
+  bool lockUnsupported = false;
+  ao::platform::FileIdentity identity;
   int64_t tail = 0;
   CMapStringToStreamOffset rootMap;
   int mapCount = 0;
@@ -75,13 +90,33 @@ struct t_FileRef {
 
 namespace ao {
 
-// Path -> t_FileRef, guarded by the registry lock. Keys are compared exactly.
+// File identity -> t_FileRef, guarded by the registry lock.
 struct FileRegistry {
   std::recursive_mutex lock;
-  std::unordered_map<std::string, t_FileRef*> map;
+  std::map<platform::FileIdentity, t_FileRef*> map;
   ~FileRegistry();
 };
 FileRegistry& Registry();
+
+enum class FileUse { kRead, kWrite };
+
+// The reason to report for a failure the file backend explained.
+errc ErrorOf(platform::FileError error);
+
+// The shared reference of the file that `file` (opened at path) reaches,
+// made when this is the first object on it, counted for one more object.
+// Takes the lock other processes honour that the use needs, waiting for it
+// up to aoStorage::g_iLockWaitMilliseconds; null, with LastError busy,
+// when another process holds a lock that conflicts. The first writer of
+// the process gives back room a killed writer left at the file's end.
+t_FileRef* JoinFileRef(FileHandle file, const char* path, FileUse use);
+// The object no longer reads the file: it holds an image of it.
+void NoteImageOnly(t_FileRef* ref);
+// Uncounts an object; the last one releases the lock and the reference.
+void LeaveFileRef(t_FileRef* ref, FileUse use, bool imageOnly);
+// How many objects of this process have the file at path open (0 when
+// there is no file there), and, when they do, their shared reference.
+int32_t OpenersOf(const char* path, const t_FileRef** ref = nullptr);
 
 }  // namespace ao
 

@@ -18,6 +18,7 @@ void PageRewrites::Forget() {
 bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, int64_t count) {
   if (offset < 0 || count < 1 || count > kMaxSmall) return false;
   if (platform::Files().StoreAt(file, bytes, static_cast<size_t>(count), offset)) return true;
+  if (!viewsAllowed_) return false;
   const int64_t end = offset + count;
   const int64_t index = offset / kPageSize;
   // A write call that crosses into the next page may be cut between the two

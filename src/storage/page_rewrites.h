@@ -47,6 +47,9 @@ class PageRewrites {
   // Drops every view: the file is about to be cut, and pages mapped before
   // may no longer be part of it.
   void Forget();
+  // Where mapping is turned off, no view is ever made: every write is a
+  // write call.
+  void AllowViews(bool allowed) { viewsAllowed_ = allowed; }
 
  private:
   static constexpr int64_t kPageSize = 4096;
@@ -84,6 +87,7 @@ class PageRewrites {
   // taking new streams.
   std::array<Page, 8> pages_;
   uint64_t clock_ = 0;
+  bool viewsAllowed_ = true;
 };
 
 }  // namespace ao

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <vector>
 
+#include "aostore/error.h"
 #include "aostore/recorder.h"
 #include "aostore/storage.h"
 #include "aostore/stream.h"
@@ -20,17 +21,44 @@ namespace format = ao::format;
 int64_t aoStorage::g_iMaxVastrelSize = 0x40000000000LL;
 int64_t aoStorage::g_iMaxCompStmSize = 0x7F000000LL;
 int aoStorage::g_bUse64BitOffsets = 1;
+int aoStorage::g_bUseFileMapping = 1;
+int aoStorage::g_iLockWaitMilliseconds = 0;
 
 namespace {
 
 // The fixed path buffer holds 259 characters and a terminator; a longer path
 // would be cut and then name another file, so it is refused.
-bool PathFits(const char* path) { return path != nullptr && path[0] != '\0' && std::strlen(path) < 260; }
+bool PathFits(const char* path) {
+  if (path != nullptr && path[0] != '\0' && std::strlen(path) < 260) return true;
+  ao::SetLastError(ao::errc::invalid_argument);
+  return false;
+}
+
+platform::Mapping MappingSetting() {
+  return aoStorage::g_bUseFileMapping != 0 ? platform::Mapping::kAllowed : platform::Mapping::kNever;
+}
+
+// Opens the file at path and joins its shared reference, waiting for the
+// lock other processes honour as the settings allow.
+FileHandle OpenAndJoin(const char* path, bool write, platform::Disposition disposition, t_FileRef*& ref) {
+  FileHandle file = platform::Files().Open(path, write, disposition, MappingSetting());
+  if (file == kInvalidFile) {
+    ao::SetLastError(ao::ErrorOf(platform::LastFileError()));
+    return kInvalidFile;
+  }
+  ref = ao::JoinFileRef(file, path, write ? ao::FileUse::kWrite : ao::FileUse::kRead);
+  if (ref == nullptr) {
+    platform::Files().Close(file);
+    return kInvalidFile;
+  }
+  return file;
+}
 
 }  // namespace
 
-aoStorage::aoStorage(const char* path, FileHandle file, uint32_t flags, int loadIntoMemory, int64_t filePosition)
-    : m_file(file), m_filePos(filePosition) {
+aoStorage::aoStorage(const char* path, FileHandle file, uint32_t flags, int loadIntoMemory, int64_t filePosition,
+                     t_FileRef* fileRef, bool writer)
+    : m_fileRef(fileRef), m_writer(writer), m_file(file), m_filePos(filePosition) {
   std::strncpy(m_path, path, sizeof m_path - 1);
   if (loadIntoMemory != 0 && (flags & kAoReadWrite) == 0) {
     const int64_t size = platform::Files().Size(file);
@@ -43,17 +71,11 @@ aoStorage::aoStorage(const char* path, FileHandle file, uint32_t flags, int load
         m_inMemory = true;
         platform::Files().Close(file);
         m_file = kInvalidFile;
+        ao::NoteImageOnly(m_fileRef);
       } else {
         platform::FreeBlock(image);
       }
     }
-  }
-  {
-    std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
-    t_FileRef*& ref = ao::Registry().map[m_path];
-    if (ref == nullptr) ref = new t_FileRef;
-    ++ref->refCount;
-    m_fileRef = ref;
   }
   Lock();
   int64_t size = m_inMemory ? m_imageSize : platform::Files().Size(m_file);
@@ -65,71 +87,81 @@ aoStorage::aoStorage(const char* path, FileHandle file, uint32_t flags, int load
 aoStorage::~aoStorage() {
   platform::FreeBlock(m_image);
   delete m_recorder;
-  {
-    std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
-    if (m_fileRef != nullptr && --m_fileRef->refCount < 1) {
-      ao::Registry().map.erase(m_path);
-      delete m_fileRef;
-    }
-  }
+  ao::LeaveFileRef(m_fileRef, m_writer ? ao::FileUse::kWrite : ao::FileUse::kRead, m_inMemory);
   delete m_snapshot;
 }
 
 aoStorage* aoStorage::Create(const char* path, uint32_t flags, uint32_t minBlockCapacity) {
   (void)flags;  // the host file is always opened for reading and writing here
   if (!PathFits(path)) return nullptr;
-  std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
-  // Containers open on the path stop storing into pages mapped before the
-  // file is cut under them.
-  std::unique_lock<std::recursive_mutex> cut;
-  const auto open = ao::Registry().map.find(path);
-  if (open != ao::Registry().map.end()) {
-    cut = std::unique_lock<std::recursive_mutex>(open->second->lock);
-    open->second->rewrites.Forget();
-  }
-  FileHandle file = platform::Files().Open(path, true, platform::Disposition::kTruncateExisting);
-  if (file == kInvalidFile) file = platform::Files().Open(path, true, platform::Disposition::kOpenAlways);
+  // The file is cut only once this process is its only writer.
+  t_FileRef* ref = nullptr;
+  const FileHandle file = OpenAndJoin(path, true, platform::Disposition::kOpenAlways, ref);
   if (file == kInvalidFile) return nullptr;
-
+  std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
   const bool b64 = g_bUse64BitOffsets != 0;
-  unsigned char header[format::kFileHeaderSize];
-  format::EncodeFileHeader(b64, header);
-  std::vector<unsigned char> table(static_cast<size_t>(format::TableSize(b64, format::kSlotsPerTable)));
-  format::EncodeTableHeader({format::kTableMarker, format::kSlotsPerTable, 0}, b64, table.data());
-  for (int slot = 0; slot < format::kSlotsPerTable; ++slot)
-    format::PutU32(table.data() + format::TableHeaderSize(b64) + slot * format::RecordSize(b64), format::kRecordMarker);
-  // As in the original layout, the results of these two writes are not checked
-  // here: a file that did not take them fails to load its root directory below.
-  platform::WriteFully(file, header, sizeof header, 0);
-  platform::WriteFully(file, table.data(), static_cast<int64_t>(table.size()), format::kFileHeaderSize);
+  {
+    // Containers open on the file stop storing into pages mapped before the
+    // file is cut under them.
+    std::lock_guard<std::recursive_mutex> cut(ref->lock);
+    ref->rewrites.Forget();
+    if (!platform::Files().SetSize(file, 0)) {
+      ao::SetLastError(ao::ErrorOf(platform::LastFileError()));
+      platform::Files().Close(file);
+      ao::LeaveFileRef(ref, ao::FileUse::kWrite, false);
+      return nullptr;
+    }
+    platform::Files().LimitGrowth(file, b64 ? g_iMaxVastrelSize : format::kLimit32);
+    unsigned char header[format::kFileHeaderSize];
+    format::EncodeFileHeader(b64, header);
+    std::vector<unsigned char> table(static_cast<size_t>(format::TableSize(b64, format::kSlotsPerTable)));
+    format::EncodeTableHeader({format::kTableMarker, format::kSlotsPerTable, 0}, b64, table.data());
+    for (int slot = 0; slot < format::kSlotsPerTable; ++slot)
+      format::PutU32(table.data() + format::TableHeaderSize(b64) + slot * format::RecordSize(b64),
+                     format::kRecordMarker);
+    // As in the original layout, the results of these two writes are not
+    // checked here: a file that did not take them fails to load its root
+    // directory below.
+    platform::WriteFully(file, header, sizeof header, 0);
+    platform::WriteFully(file, table.data(), static_cast<int64_t>(table.size()), format::kFileHeaderSize);
+  }
 
-  auto* storage = new aoStorage(path, file, 0, 0, format::kFileHeaderSize + static_cast<int64_t>(table.size()));
+  auto* storage =
+      new aoStorage(path, file, 0, 0, format::kFileHeaderSize + format::TableSize(b64, format::kSlotsPerTable), ref, true);
   storage->m_b64 = b64;
+  storage->m_created = true;
   storage->m_slotsPerTable = format::kSlotsPerTable;
   storage->m_reservedSlots = format::kReservedSlots;
   storage->m_version = b64 ? '2' : '1';
   storage->m_headerLength = format::kFileHeaderSize;
   storage->m_minBlockCapacity = minBlockCapacity;
   if (!storage->InitStreamMap()) {
+    // The two writes above did not take (a full disk, the file size limit).
+    const ao::errc why = ao::ErrorOf(platform::LastFileError());
     platform::Files().Close(file);
     delete storage;
     platform::Files().Delete(path);
+    ao::SetLastError(why);
     return nullptr;
   }
+  ao::SetLastError(ao::errc::ok);
   return storage;
 }
 
 aoStorage* aoStorage::ReadStorageHeader(FileHandle file, const char* path, uint32_t flags,
-                                        uint32_t minBlockCapacity, int loadIntoMemory) {
+                                        uint32_t minBlockCapacity, int loadIntoMemory, t_FileRef* fileRef) {
   unsigned char bytes[format::kFileHeaderSize] = {};
   size_t got = 0;
   format::FileHeader header;
+  const bool writer = (flags & kAoReadWrite) != 0;
   if (!platform::Files().ReadAt(file, bytes, sizeof bytes, 0, &got) ||
       !format::DecodeFileHeader(bytes, got, header)) {
     platform::Files().Close(file);
+    ao::LeaveFileRef(fileRef, writer ? ao::FileUse::kWrite : ao::FileUse::kRead, false);
+    ao::SetLastError(ao::errc::not_a_container);
     return nullptr;
   }
-  auto* storage = new aoStorage(path, file, flags, loadIntoMemory, header.headerLength);
+  auto* storage = new aoStorage(path, file, flags, loadIntoMemory, header.headerLength, fileRef, writer);
   storage->m_b64 = header.b64;
   storage->m_minBlockCapacity = minBlockCapacity;
   storage->m_fastOpen = 0;
@@ -137,16 +169,18 @@ aoStorage* aoStorage::ReadStorageHeader(FileHandle file, const char* path, uint3
   storage->m_reservedSlots = header.reservedSlots;
   storage->m_headerLength = header.headerLength;
   storage->m_version = header.version;
+  if (writer) platform::Files().LimitGrowth(file, storage->FileLimit());
   return storage;
 }
 
 aoStorage* aoStorage::Open(const char* path, uint32_t flags, uint32_t minBlockCapacity, int loadIntoMemory) {
   if (!PathFits(path)) return nullptr;
-  std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
   const bool write = (flags & kAoReadWrite) != 0;
-  FileHandle file = platform::Files().Open(path, write, platform::Disposition::kOpenExisting);
+  t_FileRef* ref = nullptr;
+  const FileHandle file = OpenAndJoin(path, write, platform::Disposition::kOpenExisting, ref);
   if (file == kInvalidFile) return nullptr;
-  aoStorage* storage = ReadStorageHeader(file, path, flags, minBlockCapacity, write ? 0 : loadIntoMemory);
+  std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
+  aoStorage* storage = ReadStorageHeader(file, path, flags, minBlockCapacity, write ? 0 : loadIntoMemory, ref);
   if (storage == nullptr) return nullptr;
   storage->m_minBlockCapacity = minBlockCapacity;
   storage->m_fastOpen = 0;
@@ -156,27 +190,48 @@ aoStorage* aoStorage::Open(const char* path, uint32_t flags, uint32_t minBlockCa
     if (storage->m_file != kInvalidFile) platform::Files().Close(storage->m_file);
     delete storage;
     platform::Files().Delete(path);
+    ao::SetLastError(ao::errc::damaged);
     return nullptr;
   }
+  ao::SetLastError(ao::errc::ok);
   return storage;
 }
 
 aoStorage* aoStorage::OpenFast(const char* path, uint32_t flags, uint32_t minBlockCapacity) {
   if (!PathFits(path)) return nullptr;
   const bool write = (flags & kAoReadWrite) != 0;
-  FileHandle file = platform::Files().Open(path, write, platform::Disposition::kOpenExisting);
+  t_FileRef* ref = nullptr;
+  const FileHandle file = OpenAndJoin(path, write, platform::Disposition::kOpenExisting, ref);
   if (file == kInvalidFile) return nullptr;
-  aoStorage* storage = ReadStorageHeader(file, path, flags, minBlockCapacity, 0);
+  aoStorage* storage = ReadStorageHeader(file, path, flags, minBlockCapacity, 0, ref);
   if (storage == nullptr) return nullptr;
   storage->m_minBlockCapacity = minBlockCapacity;
   storage->m_fastOpen = 1;
+  ao::SetLastError(ao::errc::ok);
   return storage;
 }
 
 aoStorage* aoStorage::OpenOrCreate(const char* path, uint32_t flags, uint32_t minBlockCapacity) {
   std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
   aoStorage* storage = Open(path, flags, minBlockCapacity, 0);
-  return storage != nullptr ? storage : Create(path, flags, minBlockCapacity);
+  if (storage != nullptr) return storage;
+  // A file another process holds would refuse Create just the same.
+  if (ao::LastError() == ao::errc::busy || ao::LastError() == ao::errc::read_elsewhere) return nullptr;
+  return Create(path, flags, minBlockCapacity);
+}
+
+int aoStorage::Sync() {
+  if (!m_writer || m_file == kInvalidFile) {
+    ao::SetLastError(ao::errc::invalid_argument);
+    return 0;
+  }
+  if (!platform::Files().Flush(m_file) || (m_created && !platform::Files().FlushFolderOf(m_path))) {
+    ao::SetLastError(ao::errc::io_error);
+    return 0;
+  }
+  m_created = false;
+  ao::SetLastError(ao::errc::ok);
+  return 1;
 }
 
 void aoStorage::Release() {

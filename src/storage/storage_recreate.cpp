@@ -24,11 +24,7 @@ constexpr char kTemporarySuffix[] = "_tmp";
 
 // How many containers have path open. A file is only rebuilt while its
 // rebuilder is alone on it: any other user would keep a stale picture of it.
-int32_t Users(const std::string& path) {
-  std::lock_guard<std::recursive_mutex> registry(ao::Registry().lock);
-  const auto found = ao::Registry().map.find(path);
-  return found == ao::Registry().map.end() ? 0 : found->second->refCount;
-}
+int32_t Users(const std::string& path) { return ao::OpenersOf(path.c_str()); }
 
 uint32_t CreationAttributes(const t_aoStreamU& record) {
   return ((record.flags & kAoFlagFolder) != 0 ? 1u : 0u) | (static_cast<uint32_t>(record.duration) << 16);
@@ -139,7 +135,9 @@ int aoStorage::Recreate(const char* path) {
 aoStorage* aoStorage::Recreate(aoStorage* storage, const char* path) {
   if (storage == nullptr || path == nullptr || storage->m_fileRef == nullptr) return storage;
   const std::string temporary = std::string(path) + kTemporarySuffix;
-  const bool alone = std::strcmp(path, storage->m_path) == 0 ? storage->m_fileRef->refCount == 1 : Users(path) == 0;
+  const t_FileRef* atPath = nullptr;
+  const int32_t users = ao::OpenersOf(path, &atPath);
+  const bool alone = atPath == storage->m_fileRef ? users == 1 : users == 0;
   if (!alone || Users(temporary) != 0) return storage;
   // A container opened fast has not read its root directory yet.
   if (!storage->m_fileRef->tables.known() && !storage->InitStreamMap()) return storage;

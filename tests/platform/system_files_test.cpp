@@ -28,7 +28,7 @@ FileApi& System() { return ao::platform::SystemFiles(); }
 class OpenFile {
  public:
   OpenFile(const std::string& path, bool write, Disposition disposition)
-      : handle_(System().Open(path.c_str(), write, disposition)) {}
+      : handle_(System().Open(path.c_str(), write, disposition, ao::platform::Mapping::kAllowed)) {}
   ~OpenFile() { System().Close(handle_); }
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;

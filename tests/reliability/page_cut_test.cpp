@@ -30,8 +30,9 @@ class PageCutFiles final : public FileApi {
   // The file as the killed writer left it; empty while nothing was cut.
   const std::vector<unsigned char>& image() const { return image_; }
 
-  ao::FileHandle Open(const char* path, bool write, ao::platform::Disposition disposition) override {
-    return inner_.Open(path, write, disposition);
+  ao::FileHandle Open(const char* path, bool write, ao::platform::Disposition disposition,
+                      ao::platform::Mapping mapping) override {
+    return inner_.Open(path, write, disposition, mapping);
   }
   void Close(ao::FileHandle file) override { inner_.Close(file); }
   bool ReadAt(ao::FileHandle file, void* buffer, size_t count, int64_t offset, size_t* done) override {
@@ -54,6 +55,14 @@ class PageCutFiles final : public FileApi {
   int64_t Size(ao::FileHandle file) override { return inner_.Size(file); }
   bool SetSize(ao::FileHandle file, int64_t size) override { return inner_.SetSize(file, size); }
   bool Flush(ao::FileHandle file) override { return inner_.Flush(file); }
+  bool Identify(ao::FileHandle file, ao::platform::FileIdentity& identity) override {
+    return inner_.Identify(file, identity);
+  }
+  ao::FileHandle OpenForLocking(const char* path) override { return inner_.OpenForLocking(path); }
+  ao::platform::LockResult SetLock(ao::FileHandle handle, ao::platform::LockMode held,
+                                   ao::platform::LockMode wanted) override {
+    return inner_.SetLock(handle, held, wanted);
+  }
   bool Copy(const char* from, const char* to) override { return inner_.Copy(from, to); }
   bool Delete(const char* path) override { return inner_.Delete(path); }
   bool Exists(const char* path) override { return inner_.Exists(path); }
