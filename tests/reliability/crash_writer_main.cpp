@@ -7,12 +7,14 @@
 
 #include "aostore/aostore.h"
 #include "session.h"
+#include "support/file_mapping.h"
 
 int main(int argc, char** argv) {
   if (argc != 3) {
     std::fprintf(stderr, "usage: %s CONTAINER JOURNAL\n", argv[0]);
     return 2;
   }
+  ao::test::ApplyFileMappingSetting();
   std::ofstream journal(argv[2], std::ios::trunc);
   aoStorage* storage = aoStorage::Create(argv[1], kAoModeEdit, 0);
   if (storage == nullptr) return 1;
