@@ -1,5 +1,7 @@
 #include "container.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 #include "aostore/check.h"
@@ -21,6 +23,14 @@ class CreateWidth {
   int saved_;
 };
 
+bool g_writesLost = false;
+
+// Fails for a file another process holds, naming why.
+void FailIfBusy(const std::string& file) {
+  const ao::errc why = ao::LastError();
+  if (why == ao::errc::busy || why == ao::errc::read_elsewhere) Fail(Exit::kBusy, file + ": " + ao::ErrorText(why));
+}
+
 std::string FirstProblem(const ao::CheckReport& report) {
   if (report.problems.empty()) return "damaged";
   const ao::CheckProblem& problem = report.problems.front();
@@ -31,23 +41,31 @@ std::string FirstProblem(const ao::CheckReport& report) {
 
 Container Container::Open(const std::string& file, Access access) {
   const ao::CheckReport report = ao::CheckContainer(file.c_str(), ao::CheckScope::kDirectory);
-  if (!report.readable) Fail(Exit::kUnreadable, file + ": " + report.readError);
+  if (!report.readable) {
+    FailIfBusy(file);
+    Fail(Exit::kUnreadable, file + ": " + report.readError);
+  }
   if (!report.container) Fail(Exit::kNotContainer, file + ": not a container");
   if (!report.directorySound) Fail(Exit::kDamaged, file + ": " + FirstProblem(report));
   const uint32_t flags = access == Access::kRead ? kAoModeInspect : kAoModeEdit;
   aoStorage* storage = aoStorage::Open(file.c_str(), flags, 0, 0);
   if (storage == nullptr) {
+    FailIfBusy(file);
     Fail(access == Access::kRead ? Exit::kUnreadable : Exit::kWriteFailed,
-         file + (access == Access::kRead ? ": cannot open the container" : ": cannot open the container for writing"));
+         file + (access == Access::kRead ? ": cannot open the container" : ": cannot open the container for writing") +
+             " (" + ao::ErrorText(ao::LastError()) + ")");
   }
-  return Container(storage, file);
+  return Container(storage, file, access == Access::kWrite);
 }
 
 Container Container::Create(const std::string& file, bool offsets64) {
   CreateWidth width(offsets64);
   aoStorage* storage = aoStorage::Create(file.c_str(), kAoModeEdit, 0);
-  if (storage == nullptr) Fail(Exit::kWriteFailed, file + ": cannot create the container");
-  return Container(storage, file);
+  if (storage == nullptr) {
+    FailIfBusy(file);
+    Fail(Exit::kWriteFailed, file + ": cannot create the container (" + ao::ErrorText(ao::LastError()) + ")");
+  }
+  return Container(storage, file, true);
 }
 
 Container Container::OpenOrCreate(const std::string& file) {
@@ -56,15 +74,29 @@ Container Container::OpenOrCreate(const std::string& file) {
   return Open(file, Access::kWrite);
 }
 
-Container::Container(Container&& other) noexcept : storage_(other.storage_), file_(std::move(other.file_)) {
+Container::Container(Container&& other) noexcept
+    : storage_(other.storage_), file_(std::move(other.file_)), writer_(other.writer_) {
   other.storage_ = nullptr;
 }
 
 Container::~Container() { Close(); }
 
 void Container::Close() {
-  if (storage_ != nullptr) storage_->Release();
+  if (storage_ == nullptr) return;
+  if (writer_ && storage_->Sync() == 0) {
+    std::fprintf(stderr, "aostore: %s: what was written could not be made durable (%s)\n", file_.c_str(),
+                 ao::ErrorText(ao::LastError()));
+    g_writesLost = true;
+  }
+  storage_->Release();
   storage_ = nullptr;
+}
+
+bool WritesLost() { return g_writesLost; }
+
+void ApplyEnvironment() {
+  const char* mapping = std::getenv("AOSTORE_FILE_MAPPING");
+  if (mapping != nullptr && std::string(mapping) == "0") aoStorage::g_bUseFileMapping = 0;
 }
 
 std::vector<std::string> SplitPath(const std::string& path) {

@@ -33,14 +33,24 @@ class Container {
 
   aoStorage& storage() const { return *storage_; }
   const std::string& file() const { return file_; }
-  // Releases the container now (the destructor does it otherwise).
+  // Releases the container now (the destructor does it otherwise). What
+  // was written is made durable first; a failure to do so is reported on
+  // standard error and makes the command fail (WritesLost).
   void Close();
 
  private:
-  Container(aoStorage* storage, std::string file) : storage_(storage), file_(std::move(file)) {}
+  Container(aoStorage* storage, std::string file, bool writer)
+      : storage_(storage), file_(std::move(file)), writer_(writer) {}
   aoStorage* storage_;
   std::string file_;
+  bool writer_;
 };
+
+// True once a container written by this command could not be made durable.
+bool WritesLost();
+
+// The tool's reading of the library's environment switches (file mapping).
+void ApplyEnvironment();
 
 // Splits "a/b/c" (leading and trailing slashes allowed, "" and "/" for the
 // root) into stream names; a usage error for an empty or too long name.

@@ -18,6 +18,7 @@ enum class Exit : int {
   kWriteFailed = 6,    // the container could not be created or changed
   kHostFile = 7,       // a file or folder outside the container could not be read or written
   kVerifyFailed = 8,   // a verification (stress test, demo) found differences
+  kBusy = 9,           // another process is writing the container (or reading it, for a writer)
   kUsage = 64,         // the command line is wrong
 };
 

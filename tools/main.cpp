@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "container.h"
 #include "errors.h"
 
 namespace {
@@ -37,7 +38,8 @@ const char kHelp[] =
     "\n"
     "Exit status: 0 success, 1 damaged container (check: problems found), 2 file missing or\n"
     "unreadable, 3 not a container, 4 no such stream, 5 wrong kind or already exists, 6 write\n"
-    "failed, 7 outside file or folder failed, 8 verification failed, 64 wrong command line.\n";
+    "failed, 7 outside file or folder failed, 8 verification failed, 9 another process is\n"
+    "writing the container, 64 wrong command line.\n";
 
 using Command = int (*)(const aotool::Words&, std::ostream&);
 
@@ -56,6 +58,7 @@ const std::map<std::string, Command>& Commands() {
 
 int main(int argc, char** argv) {
   std::ios::sync_with_stdio(false);
+  aotool::ApplyEnvironment();
   if (argc < 2) {
     std::fputs(kHelp, stderr);
     return static_cast<int>(aotool::Exit::kUsage);
@@ -87,5 +90,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "aostore %s: cannot write to standard output\n", name.c_str());
     return static_cast<int>(aotool::Exit::kHostFile);
   }
+  if (aotool::WritesLost()) return static_cast<int>(aotool::Exit::kWriteFailed);
   return status;
 }

@@ -45,7 +45,10 @@ int64_t WriteWhole(const Container& container, aoStream& stream, const std::stri
     const size_t got = source(buffer, kScratchBytes);
     if (got == 0) break;
     const int64_t put = stream.Write(buffer, static_cast<int64_t>(got), false, nullptr);
-    if (put < 0) FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot write " + path);
+    if (put < 0) {
+      const std::string why = ao::ErrorText(ao::LastIoError());
+      FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot write " + path + " (" + why + ")");
+    }
     total += put;
     if (progress != nullptr) progress->Advance(put);
     if (put < static_cast<int64_t>(got)) {

@@ -26,6 +26,10 @@ enum class errc {
 // The reason of this thread's last failed factory call or Sync; ok after a
 // call that succeeded.
 AOSTORE_API errc LastError();
+// What the system answered when a read or write of a container file on
+// this thread last failed (a stream's Write returning -1 or less than it
+// was given): too_large, no_space, permission_denied or io_error.
+AOSTORE_API errc LastIoError();
 // A short lower-case text for an error ("is being written by another process").
 AOSTORE_API const char* ErrorText(errc error);
 

@@ -73,18 +73,22 @@ t_FileRef* TryJoin(const platform::FileIdentity& identity, FileHandle file, cons
   FileRegistry& registry = Registry();
   t_FileRef*& slot = registry.map[identity];
   if (slot == nullptr) {
+    const FileHandle lockHandle = platform::Files().OpenForLocking(path);
+    platform::FileIdentity locked;
+    const bool opened = lockHandle != kInvalidFile;
+    // The path may name another file by now: this one was replaced (a
+    // compacted copy put in its place), and whoever replaced it held it.
+    if (opened && platform::Files().Identify(lockHandle, locked) && locked != identity) {
+      platform::Files().Close(lockHandle);
+      registry.map.erase(identity);
+      why = errc::busy;
+      return nullptr;
+    }
     auto* ref = new t_FileRef;
     ref->identity = identity;
     ref->rewrites.AllowViews(aoStorage::g_bUseFileMapping != 0);
-    ref->lockHandle = platform::Files().OpenForLocking(path);
-    platform::FileIdentity locked;
-    // The path may have come to name another file since it was opened.
-    if (ref->lockHandle == kInvalidFile || !platform::Files().Identify(ref->lockHandle, locked) ||
-        locked != identity) {
-      if (ref->lockHandle != kInvalidFile) platform::Files().Close(ref->lockHandle);
-      ref->lockHandle = kInvalidFile;
-      ref->lockUnsupported = true;
-    }
+    ref->lockHandle = lockHandle;
+    ref->lockUnsupported = !opened;
     slot = ref;
   }
   t_FileRef* ref = slot;

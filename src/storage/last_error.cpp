@@ -1,6 +1,9 @@
 // The reason of a thread's last failed container call.
 #include "aostore/error.h"
 
+#include "platform/files.h"
+#include "storage/file_ref.h"
+
 namespace ao {
 namespace {
 thread_local errc t_lastError = errc::ok;
@@ -9,6 +12,8 @@ thread_local errc t_lastError = errc::ok;
 errc LastError() { return t_lastError; }
 
 void SetLastError(errc error) { t_lastError = error; }
+
+errc LastIoError() { return ErrorOf(platform::LastFileError()); }
 
 const char* ErrorText(errc error) {
   switch (error) {
