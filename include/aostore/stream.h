@@ -18,6 +18,7 @@ struct StreamInternals;
 struct FolderLayout;
 class FolderScanner;
 class ChildIndex;
+class FolderIndex;
 }
 
 // A stream's bytes are a chain of blocks in the host file. Folders are streams
@@ -219,6 +220,19 @@ class AOSTORE_API aoStream {
   // says otherwise); where receives its position.
   bool AppendRecord(int64_t at, const t_aoStreamU& record, tag_aoStreamOffset& where);
   bool RemoveAtDepth(int depth);
+  // The index of this folder's records that every object on the file
+  // shares, brought up to date with the folder's record on disk and built
+  // when missing; null where the records are scanned instead (an in-memory
+  // image, a head that cannot be read). The caller holds the storage lock.
+  ao::FolderIndex* FolderRecords();
+  // The index kept for this stream as a folder is dropped: its data was
+  // written other than record by record, or its record was freed.
+  void ForgetFolderRecords();
+  // This child's record was written: its folder's index takes the record's
+  // name and marker as they now are.
+  void NoteRecordInFolder();
+  // Reads the record numbered `record` of this folder's data.
+  bool ReadRecordNumber(uint32_t record, t_aoStreamU& found, tag_aoStreamOffset& where);
   bool CopyFolderAtDepth(aoStream* destination, int depth);
   // Copies the size-prefix bit, duration and child information of this
   // stream's record into destination's record.

@@ -15,6 +15,7 @@
 #include "aostore/map_sort.h"
 #include "aostore/types.h"
 #include "platform/files.h"
+#include "storage/folder_index.h"
 #include "storage/page_rewrites.h"
 
 namespace ao {
@@ -86,6 +87,8 @@ struct t_FileRef {
   ao::RootTables tables;
   // Pages of the file that small writes keep landing in, under the lock.
   ao::PageRewrites rewrites;
+  // The indexes of the file's folders, under the lock.
+  ao::FolderIndexes folders;
 };
 
 namespace ao {

@@ -4,6 +4,8 @@
 
 #include "aostore/storage.h"
 #include "aostore/stream.h"
+#include "storage/file_ref.h"
+#include "storage/folder_index.h"
 #include "storage/folder_scanner.h"
 #include "storage/format.h"
 #include "storage/internals.h"
@@ -37,6 +39,17 @@ bool aoStream::FindStream(const char* name, t_aoStreamU& record, tag_aoStreamOff
     return true;
   }
   if (IsFolder() == 0) return false;
+  if (m_storage != nullptr) {
+    ao::StorageLockGuard guard(*m_storage);
+    if (ao::FolderIndex* index = FolderRecords()) {
+      const int64_t number = index->Find(name);
+      if (number < 0) return false;
+      if (ReadRecordNumber(static_cast<uint32_t>(number), record, where) && std::strcmp(record.name, name) == 0)
+        return true;
+      // The data no longer says what the index does: read it afresh.
+      ForgetFolderRecords();
+    }
+  }
   ao::FolderScanner scan(*this);
   if (!scan.ReadHead()) return false;
   t_aoStreamU candidate;
@@ -97,49 +110,86 @@ bool aoStream::AddStreamHeader(const char* name, uint32_t attributes, t_aoStream
 bool aoStream::AddRecord(const char* name, uint32_t attributes, t_aoStreamU& record, tag_aoStreamOffset& where,
                          int reuseFree, bool& appended) {
   appended = false;
-  if (!ValidChildName(name) || IsFolder() == 0) return false;
+  if (!ValidChildName(name) || IsFolder() == 0 || m_storage == nullptr) return false;
+  ao::StorageLockGuard guard(*m_storage);
+  ao::FolderIndex* index = FolderRecords();
   ao::FolderScanner scan(*this);
   if (!scan.ReadHead()) return false;
   const uint8_t flags = (attributes & 0xFFu) != 0 ? kAoFlagFolder : 0;
   const auto duration = static_cast<uint16_t>(attributes >> 16);
 
-  if (reuseFree != 0) {
+  // The record to take over, as the scan below would find it.
+  auto takeOver = [&](t_aoStreamU candidate, tag_aoStreamOffset at) {
+    // A free record is taken over in place; its blocks stay with it.
+    format::SetRecordName(candidate, name);
+    candidate.mark = 1;
+    candidate.childInfo = 0;
+    candidate.flags = flags;
+    candidate.duration = duration;
+    candidate.dataLength = 0;
+    unsigned char bytes[92];
+    format::EncodeRecord(candidate, m_b64, bytes);
+    if (!WriteRecordAt(at, 0, bytes, RecordSize())) return false;
+    FinishChildWhere(candidate, at);
+    record = candidate;
+    where = at;
+    return true;
+  };
+  int64_t at = m_header.dataLength;  // without reuse the record goes to the end of the data
+  if (reuseFree != 0 && index != nullptr) {
+    const ao::FolderIndex::Placement placement = index->PlaceReusing();
+    if (placement.kind == ao::FolderIndex::Placement::Kind::kFail) return false;
+    if (placement.kind == ao::FolderIndex::Placement::Kind::kReuse) {
+      t_aoStreamU candidate;
+      tag_aoStreamOffset found;
+      if (!ReadRecordNumber(placement.record, candidate, found) || candidate.marker != format::kRecordMarker ||
+          candidate.name[0] != '\0') {
+        ForgetFolderRecords();
+        return false;
+      }
+      if (!takeOver(candidate, found)) return false;
+      t_FileRef* ref = ao::StorageInternals::FileRef(*m_storage);
+      ref->folders.Drop(found.recordOffset);  // the index of a folder that lived there
+      index->SetRecord(placement.record, name, true, found.recordOffset);
+      return true;
+    }
+    at = 4 + static_cast<int64_t>(placement.record) * RecordSize();
+  } else if (reuseFree != 0) {
     t_aoStreamU candidate;
-    tag_aoStreamOffset at;
-    for (uint32_t index = 0; index < scan.count(); ++index) {
-      if (!scan.NextRecord(candidate, at)) {
+    tag_aoStreamOffset found;
+    for (uint32_t number = 0; number < scan.count(); ++number) {
+      if (!scan.NextRecord(candidate, found)) {
         if (scan.position() >= scan.reachable()) break;  // nothing more: the scan ends
         return false;                                    // a record cut short
       }
       if (candidate.marker != format::kRecordMarker) return false;
-      if (candidate.name[0] != '\0') continue;
-      // A free record is taken over in place; its blocks stay with it.
-      format::SetRecordName(candidate, name);
-      candidate.mark = 1;
-      candidate.childInfo = 0;
-      candidate.flags = flags;
-      candidate.duration = duration;
-      candidate.dataLength = 0;
-      unsigned char bytes[92];
-      format::EncodeRecord(candidate, m_b64, bytes);
-      if (!WriteRecordAt(at, 0, bytes, RecordSize())) return false;
-      FinishChildWhere(candidate, at);
-      record = candidate;
-      where = at;
-      return true;
+      if (candidate.name[0] == '\0') return takeOver(candidate, found);
     }
+    // After a reuse scan the record goes after the last record the count covers.
+    at = scan.position();
   }
-  // Without reuse the record goes to the end of the data; after a reuse scan
-  // it goes after the last record the count covers.
-  const int64_t at = reuseFree != 0 ? scan.position() : m_header.dataLength;
   t_aoStreamU fresh = format::MakeRecord(name);
   fresh.mark = 1;
   fresh.flags = flags;
   fresh.duration = duration;
   tag_aoStreamOffset placed;
-  if (!AppendRecord(at, fresh, placed)) return false;
+  if (!AppendRecord(at, fresh, placed)) {
+    ForgetFolderRecords();
+    return false;
+  }
   appended = true;
   ++m_childCount;
+  if (index != nullptr) {
+    // The index follows only a record appended where it numbers records.
+    const int64_t number = (at - 4) / RecordSize();
+    if ((at - 4) % RecordSize() == 0 && number <= index->records()) {
+      index->SetRecord(static_cast<uint32_t>(number), name, true, placed.recordOffset);
+      index->SetSignature({m_header.firstBlock, m_header.lastBlock, m_header.dataLength});
+      ao::StorageInternals::FileRef(*m_storage)->folders.NoteGrowth(m_where.recordOffset);
+    } else {
+      ForgetFolderRecords();
+    }
+  }
   FinishChildWhere(fresh, placed);
   record = fresh;
   where = placed;
@@ -150,7 +200,21 @@ bool aoStream::WriteChildCount() {
   unsigned char bytes[4];
   format::PutU32(bytes, m_childCount);
   if (SeekRight(0, true) != 0) return false;
-  return WriteChunks(bytes, sizeof bytes, false, nullptr, 0, nullptr) == 4;
+  if (m_storage == nullptr) return false;
+  ao::StorageLockGuard guard(*m_storage);
+  t_FileRef* ref = ao::StorageInternals::FileRef(*m_storage);
+  ao::FolderIndex* index = ref != nullptr ? ref->folders.Find(m_where.recordOffset) : nullptr;
+  const bool current = index != nullptr && index->signature() == ao::FolderIndex::Signature{
+                                                                     m_header.firstBlock, m_header.lastBlock,
+                                                                     m_header.dataLength};
+  const bool written = WriteChunks(bytes, sizeof bytes, false, nullptr, 0, nullptr) == 4;
+  if (current && written) {
+    index->SetCount(m_childCount);
+    index->SetSignature({m_header.firstBlock, m_header.lastBlock, m_header.dataLength});
+  } else if (index != nullptr) {
+    ref->folders.Drop(m_where.recordOffset);
+  }
+  return written;
 }
 
 aoStream* aoStream::CreateChild(const char* name, uint32_t attributes, uint32_t mode, int reuseFree) {
@@ -167,6 +231,7 @@ aoStream* aoStream::CreateChild(const char* name, uint32_t attributes, uint32_t 
       --m_childCount;
       const unsigned char none[kAoNameFieldSize] = {};
       WriteRecordAt(where, format::kRecordNameOffset, none, sizeof none);
+      ForgetFolderRecords();
     }
     return nullptr;
   }

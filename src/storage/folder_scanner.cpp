@@ -50,6 +50,7 @@ std::shared_ptr<FolderLayout> FolderScanner::CurrentLayout(aoStream& folder) {
     cached = std::make_shared<FolderLayout>();
   }
   const bool complete = Walk(folder, *cached, from, dataStart);
+  cached->complete = complete;
   cached->firstBlock = header.firstBlock;
   cached->lastBlock = header.lastBlock;
   cached->dataLength = header.dataLength;
@@ -208,14 +209,35 @@ bool FolderScanner::NextRecord(t_aoStreamU& record, tag_aoStreamOffset& where) {
   Piece pieces[3];
   int found = 0;
   PiecesOf(position_, size, pieces, found);
+  Decode(bytes, pieces, found, record, where);
+  position_ += size;
+  return true;
+}
+
+bool FolderScanner::ReadRecordAt(int64_t position, t_aoStreamU& record, tag_aoStreamOffset& where) {
+  unsigned char bytes[92];
+  Piece pieces[3];
+  int found = 0;
+  if (!PiecesOf(position, folder_.RecordSize(), pieces, found)) return false;
+  // One record alone is read as it lies, not through a window of the data.
+  if (found == 3) return SeekTo(position) && NextRecord(record, where);
+  int64_t done = 0;
+  for (int piece = 0; piece < found; ++piece) {
+    if (!folder_.ReadAtFile(pieces[piece].file, bytes + done, pieces[piece].bytes)) return false;
+    done += pieces[piece].bytes;
+  }
+  Decode(bytes, pieces, found, record, where);
+  return true;
+}
+
+void FolderScanner::Decode(const unsigned char* bytes, const Piece pieces[3], int found, t_aoStreamU& record,
+                           tag_aoStreamOffset& where) const {
   record = format::DecodeRecord(bytes, folder_.m_b64);
   where = tag_aoStreamOffset{};
   FillWhere(pieces, found, where);
   where.duration = static_cast<uint32_t>(record.duration) * 60u;
   where.childInfo = record.childInfo;
   where.mark = record.mark;
-  position_ += size;
-  return true;
 }
 
 bool FolderScanner::Locate(int64_t position, tag_aoStreamOffset& where) const {

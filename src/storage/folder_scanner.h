@@ -31,6 +31,8 @@ struct FolderLayout {
   // Data bytes a read from the start delivers: the blocks' data, cut at the
   // stream's length.
   int64_t reachable = 0;
+  // False when a read failed or the chain is damaged before its end.
+  bool complete = true;
   // The record fields the layout was built from.
   int64_t firstBlock = 0;
   int64_t lastBlock = 0;
@@ -55,12 +57,17 @@ class FolderScanner {
   int64_t position() const { return position_; }
   // The end of the data this scan can read.
   int64_t reachable() const { return reachable_; }
+  // False when the blocks could not all be read up to the end of the data
+  // (a failed read, or damage): the scan then ends early.
+  bool complete() const { return layout_->complete; }
 
   // Reads the record at the scan position and moves past it. where gets the
   // record's file offset and, for a record that crosses a block boundary,
   // its split. False, the position unchanged, when a whole record is not
   // there (or a read fails).
   bool NextRecord(t_aoStreamU& record, tag_aoStreamOffset& where);
+  // Reads the one record at a data position, as NextRecord would there.
+  bool ReadRecordAt(int64_t position, t_aoStreamU& record, tag_aoStreamOffset& where);
 
   // Calls visit for every named child, in physical order and with the bounds
   // of a walk by OpenStreamFirst and OpenStreamNext: no child when the count
@@ -100,6 +107,8 @@ class FolderScanner {
   bool PiecesOf(int64_t position, int64_t count, Piece pieces[3], int& found) const;
   bool Read(int64_t position, unsigned char* out, int64_t count);
   static void FillWhere(const Piece pieces[3], int found, tag_aoStreamOffset& where);
+  void Decode(const unsigned char* bytes, const Piece pieces[3], int found, t_aoStreamU& record,
+              tag_aoStreamOffset& where) const;
 
   aoStream& folder_;
   std::shared_ptr<FolderLayout> layout_;

@@ -213,10 +213,16 @@ bool aoStream::WriteRecordAt(const tag_aoStreamOffset& where, int fieldOffset, c
 }
 
 bool aoStream::WriteOwnRecord() {
-  if (m_parent == nullptr) return m_storage != nullptr && m_storage->WriteStreamHeader(m_where.recordOffset, m_header);
-  unsigned char bytes[92];
-  format::EncodeRecord(m_header, m_b64, bytes);
-  return WriteRecordAt(m_where, 0, bytes, RecordSize());
+  bool written;
+  if (m_parent == nullptr) {
+    written = m_storage != nullptr && m_storage->WriteStreamHeader(m_where.recordOffset, m_header);
+  } else {
+    unsigned char bytes[92];
+    format::EncodeRecord(m_header, m_b64, bytes);
+    written = WriteRecordAt(m_where, 0, bytes, RecordSize());
+  }
+  if (written) NoteRecordInFolder();
+  return written;
 }
 
 bool aoStream::WriteStreamHeader(int64_t offset, t_aoStreamU& header) {
@@ -321,6 +327,8 @@ int64_t aoStream::CarryLimit(int64_t remaining) const {
 }
 
 int64_t aoStream::Write(const void* buffer, int64_t count, bool setEnd, int64_t* filePosition) {
+  // Records written as plain data are read afresh by the next look-up.
+  if (IsFolder() != 0) ForgetFolderRecords();
   return WriteChunks(buffer, count, setEnd, filePosition, 0, nullptr);
 }
 
