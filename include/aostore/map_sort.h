@@ -187,7 +187,24 @@ class CMapSort {
   static constexpr size_t kMinChunk = 64;
 
   static const char* NameOf(const std::string& key) { return key.c_str(); }
-  static size_t Hash(std::string_view name) { return std::hash<std::string_view>()(name); }
+  // Names are short: a few multiplications over their 8-byte words mix
+  // them well enough for probing, at a fraction of a general string hash.
+  static size_t Hash(std::string_view name) {
+    uint64_t hash = 0x9E3779B97F4A7C15ull ^ name.size();
+    size_t at = 0;
+    for (; at + 8 <= name.size(); at += 8) {
+      uint64_t word;
+      std::memcpy(&word, name.data() + at, 8);
+      hash = (hash ^ word) * 0xBF58476D1CE4E5B9ull;
+      hash ^= hash >> 31;
+    }
+    uint64_t tail = 0;
+    std::memcpy(&tail, name.data() + at, name.size() - at);
+    hash = (hash ^ tail) * 0x94D049BB133111EBull;
+    hash ^= hash >> 29;
+    hash *= 0xBF58476D1CE4E5B9ull;
+    return static_cast<size_t>(hash ^ (hash >> 32));
+  }
   size_t Mask() const { return slots_.size() - 1; }
 
   // The slot holding name, or kAbsent.

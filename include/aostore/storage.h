@@ -166,14 +166,18 @@ class AOSTORE_API aoStorage {
   // the storage lock.
   bool WriteInPlace(int64_t offset, const void* bytes, int64_t count);
   // Positioned read from the file or the image; false when it cannot be had.
-  bool ReadAtFile(int64_t offset, void* buffer, int64_t count);
+  // zeroFirst: the buffer is cleared first, so that a read that fails
+  // leaves no bytes of an earlier one in it.
+  bool ReadAtFile(int64_t offset, void* buffer, int64_t count, bool zeroFirst = true);
   struct FreeSlot;
   bool FindFreeSlot(bool reserved, FreeSlot& slot);
   bool ScanTablesForFreeSlot(bool reserved, FreeSlot& slot);
   bool AppendRootTable(int64_t previousTable, FreeSlot& slot);
   aoStream* OpenFirstOrdinarySlot(uint32_t mode);
   // Reads a whole root table; false on a bad read or table marker.
-  bool ReadRootTable(int64_t offset, std::vector<unsigned char>& bytes, uint32_t& slotCount, int64_t& next);
+  // fileSize: the size of the file the table must lie in.
+  bool ReadRootTable(int64_t offset, std::vector<unsigned char>& bytes, uint32_t& slotCount, int64_t& next,
+                     int64_t fileSize);
   // Visits every table of the chain in order; false when the chain is damaged.
   // visit(tableOffset, slotCount, tableBytes) returns false to stop early.
   bool WalkRootTables(const std::function<bool(int64_t, uint32_t, const unsigned char*)>& visit);

@@ -92,9 +92,8 @@ void EncodeRecord(const t_aoStreamU& record, bool b64, unsigned char* out) {
 t_aoStreamU DecodeRecord(const unsigned char* in, bool b64) {
   t_aoStreamU record;
   record.marker = GetU32(in);
-  std::memcpy(record.name, in + kRecordNameOffset, kAoNameFieldSize);
   // A stored name always ends inside its field; a damaged one is cut there.
-  record.name[kAoMaxNameLength] = '\0';
+  CopyRecordName(in, record.name);
   record.childInfo = GetU64(in + 56);
   record.mark = in[64];
   record.duration = GetU16(in + 65);

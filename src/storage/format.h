@@ -116,6 +116,20 @@ t_aoStreamU DecodeRecord(const unsigned char* in, bool b64);
 // The data length and last-block fields, LengthPairSize(b64) bytes.
 void EncodeLengthPair(int64_t length, int64_t lastBlock, bool b64, unsigned char* out);
 
+// A record's name as a string that ends inside the name field (a damaged
+// name without its terminator is cut there, as DecodeRecord does).
+inline void CopyRecordName(const unsigned char* record, char (&name)[kAoNameFieldSize]) {
+  std::memcpy(name, record + kRecordNameOffset, kAoNameFieldSize);
+  name[kAoMaxNameLength] = '\0';
+}
+// The fields of a record that the root directory keeps: the child-stream
+// information, the mark and the duration (in seconds).
+inline void DecodeDirectoryFields(const unsigned char* record, tag_aoStreamOffset& where) {
+  where.childInfo = GetU64(record + 56);
+  where.mark = record[64];
+  where.duration = static_cast<uint32_t>(GetU16(record + 65)) * 60u;
+}
+
 // A fresh record carrying only its marker and the given name.
 t_aoStreamU MakeRecord(const char* name);
 // Name length bounded by the name field; 52 means no terminator was found.

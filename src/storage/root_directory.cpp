@@ -26,9 +26,9 @@ struct aoStorage::FreeSlot {
   int64_t keptFirst = 0;
 };
 
-bool aoStorage::ReadAtFile(int64_t offset, void* buffer, int64_t count) {
+bool aoStorage::ReadAtFile(int64_t offset, void* buffer, int64_t count, bool zeroFirst) {
   if (offset <= 0 || count < 0) return false;
-  std::memset(buffer, 0, static_cast<size_t>(count));
+  if (zeroFirst) std::memset(buffer, 0, static_cast<size_t>(count));
   if (m_inMemory) {
     if (SetFilePointer(m_file, offset, 0) < 0) return false;
   } else {
@@ -38,21 +38,23 @@ bool aoStorage::ReadAtFile(int64_t offset, void* buffer, int64_t count) {
   return ReadFile(m_file, buffer, count, &done, nullptr) != 0 && done == count;
 }
 
-bool aoStorage::ReadRootTable(int64_t offset, std::vector<unsigned char>& bytes, uint32_t& slotCount, int64_t& next) {
-  const int64_t size = GetFileSize();
+bool aoStorage::ReadRootTable(int64_t offset, std::vector<unsigned char>& bytes, uint32_t& slotCount, int64_t& next,
+                              int64_t fileSize) {
   const int64_t whole = format::TableSize(m_b64, format::kSlotsPerTable);
-  if (offset <= 0 || size < 0 || offset + TableHeaderSize() > size) return false;
+  if (offset <= 0 || fileSize < 0 || offset + TableHeaderSize() > fileSize) return false;
   // A table is read whole in one transfer; only a table of an unusual size
   // needs a second read, bounded by what the file can hold.
-  bytes.assign(static_cast<size_t>(whole), 0);
-  if (!ReadAtFile(offset, bytes.data(), std::min(whole, size - offset))) return false;
+  const int64_t first = std::min(whole, fileSize - offset);
+  bytes.resize(static_cast<size_t>(first));
+  // Read whole or not at all: the buffer is not cleared first.
+  if (!ReadAtFile(offset, bytes.data(), first, false)) return false;
   const format::TableHeader header = format::DecodeTableHeader(bytes.data(), m_b64);
   if (header.marker != format::kTableMarker) return false;
   const int64_t actual = format::TableSize(m_b64, header.slotCount);
-  if (offset + actual > size) return false;
-  if (actual != whole) {
-    bytes.assign(static_cast<size_t>(actual), 0);
-    if (!ReadAtFile(offset, bytes.data(), actual)) return false;
+  if (offset + actual > fileSize) return false;
+  if (actual != first) {
+    bytes.resize(static_cast<size_t>(actual));
+    if (!ReadAtFile(offset, bytes.data(), actual, false)) return false;
   }
   slotCount = header.slotCount;
   next = header.next;
@@ -60,12 +62,14 @@ bool aoStorage::ReadRootTable(int64_t offset, std::vector<unsigned char>& bytes,
 }
 
 bool aoStorage::WalkRootTables(const std::function<bool(int64_t, uint32_t, const unsigned char*)>& visit) {
+  // The tables lie in the file as it is now: its size is asked once.
+  const int64_t fileSize = GetFileSize();
   std::set<int64_t> visited;  // a chain that comes back to a table is damaged
   std::vector<unsigned char> bytes;
   for (int64_t offset = m_headerLength; offset != 0;) {
     uint32_t slotCount = 0;
     int64_t next = 0;
-    if (!visited.insert(offset).second || !ReadRootTable(offset, bytes, slotCount, next)) return false;
+    if (!visited.insert(offset).second || !ReadRootTable(offset, bytes, slotCount, next, fileSize)) return false;
     if (!visit(offset, slotCount, bytes.data())) return true;
     offset = next;
   }
@@ -77,17 +81,12 @@ bool aoStorage::InitStreamMap() {
   Lock();
   ao::RootTables& tables = m_fileRef->tables;
   tables.Reset();
-  // Counting the names first lets the map take its size at once: grown step
-  // by step, it would move every entry again at each step.
-  size_t named = 0;
-  WalkRootTables([&](int64_t, uint32_t slotCount, const unsigned char* bytes) {
-    for (uint32_t slot = 0; slot < slotCount; ++slot)
-      named += format::IsNamedRecord(bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize()) ? 1 : 0;
-    return true;
-  });
-  m_fileRef->rootMap.Reserve(named);
+  const int recordSize = RecordSize();
+  const int tableHeader = TableHeaderSize();
   int loaded = 0;
   bool wellFormed = true;
+  // One pass over the chain: the map grows as the tables come (its entries
+  // never move, only its slots are laid out again as it doubles).
   const bool walked = WalkRootTables([&](int64_t table, uint32_t slotCount, const unsigned char* bytes) {
     // Every table must have exactly 64 slots, not only the first.
     if (slotCount != format::kSlotsPerTable) {
@@ -96,25 +95,28 @@ bool aoStorage::InitStreamMap() {
     }
     // The table's names are all looked for in the index before any is
     // inserted, so that their slots come in together.
-    std::array<t_aoStreamU, format::kSlotsPerTable> records;
-    for (uint32_t slot = 0; slot < slotCount; ++slot) {
-      records[slot] = format::DecodeRecord(bytes + TableHeaderSize() + static_cast<size_t>(slot) * RecordSize(), m_b64);
-      if (records[slot].name[0] != '\0') m_fileRef->rootMap.Prefetch(records[slot].name);
-    }
+    std::array<const unsigned char*, format::kSlotsPerTable> named;
+    std::array<char[kAoNameFieldSize], format::kSlotsPerTable> names;
+    uint32_t count = 0;
     std::vector<bool> used(slotCount);
     for (uint32_t slot = 0; slot < slotCount; ++slot) {
-      const t_aoStreamU& record = records[slot];
-      if (record.name[0] == '\0') continue;
+      const unsigned char* record = bytes + tableHeader + static_cast<size_t>(slot) * recordSize;
+      if (record[format::kRecordNameOffset] == 0) continue;
       used[slot] = true;
-      if (record.marker != format::kRecordMarker) continue;
+      if (format::GetU32(record) != format::kRecordMarker) continue;
+      format::CopyRecordName(record, names[count]);
+      m_fileRef->rootMap.Prefetch(names[count]);
+      named[count++] = record;
+    }
+    m_fileRef->rootMap.Reserve(static_cast<size_t>(loaded) + count);
+    for (uint32_t i = 0; i < count; ++i) {
+      const unsigned char* record = named[i];
       tag_aoStreamOffset where;
-      where.recordOffset = table + TableHeaderSize() + static_cast<int64_t>(slot) * RecordSize();
+      where.recordOffset = table + (record - bytes);
       where.tableOffset = table;
       where.slotCount = slotCount;
-      where.duration = static_cast<uint32_t>(record.duration) * 60u;
-      where.childInfo = record.childInfo;
-      where.mark = record.mark;
-      m_fileRef->rootMap.SetAt(record.name, where);
+      format::DecodeDirectoryFields(record, where);
+      m_fileRef->rootMap.SetAt(names[i], where);
       ++loaded;
     }
     tables.AddTable(table, slotCount, used);
@@ -257,7 +259,8 @@ aoStream* aoStorage::OpenFirstOrdinarySlot(uint32_t mode) {
   std::vector<unsigned char> bytes;
   uint32_t slotCount = 0;
   int64_t next = 0;
-  if (!ReadRootTable(m_headerLength, bytes, slotCount, next) || m_reservedSlots >= slotCount) return nullptr;
+  if (!ReadRootTable(m_headerLength, bytes, slotCount, next, GetFileSize()) || m_reservedSlots >= slotCount)
+    return nullptr;
   tag_aoStreamOffset where;
   where.recordOffset = m_headerLength + TableHeaderSize() + static_cast<int64_t>(m_reservedSlots) * RecordSize();
   where.tableOffset = m_headerLength;
