@@ -176,6 +176,13 @@ class AOSTORE_API aoStream {
                            int64_t& next) const;
   // Makes block current with its header loaded (position: just past it).
   bool LoadBlockHeader(int64_t block, bool* ioError = nullptr);
+  // Read, as far as it can go straight out of the file's mapping: small
+  // blocks cost no system call each. Moves out, remaining and total on;
+  // true when the read is complete, false when the rest is read as usual
+  // (the file is not mapped, a block is large, damaged or beyond what the
+  // mapping holds).
+  bool ReadFromMapping(unsigned char*& out, int64_t& remaining, int64_t& total);
+  static void WalkMappedBlocks(void* context, const unsigned char* base, int64_t held);
   // As LoadBlockHeader, and for a small want also copies up to want bytes of
   // the block's data into data in the same transfer; got tells how many.
   bool LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64_t want, int64_t& got);

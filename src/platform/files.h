@@ -50,6 +50,20 @@ enum class LockResult {
 // The mark at the end of room grown ahead of a file's written end.
 inline constexpr int64_t kRoomMarkSize = 32;
 
+// Reads many small pieces of a file straight out of the mapping a backend
+// keeps of it, with one look-up and one guard against faults for all of
+// them. The visitor gets the mapping (file offset 0 at base) and how many
+// bytes from there the file surely holds; it must read nothing at or
+// beyond that, must keep its progress where the caller sees it after each
+// piece, and must own nothing that needs destroying: a fault (the file cut
+// short elsewhere) ends it at once.
+using MappedVisitor = void (*)(void* context, const unsigned char* base, int64_t held);
+enum class MappedVisit {
+  kDone,       // the visitor ran to its end
+  kNoMapping,  // the backend keeps no mapping of the file: nothing ran
+  kFaulted,    // a fault ended the visitor part way
+};
+
 // Why the last failed call of this thread failed, where the system said so.
 enum class FileError { kNone, kNotFound, kAccessDenied, kIsDirectory, kTooLarge, kNoSpace, kOther };
 FileError LastFileError();
@@ -119,6 +133,10 @@ class FileApi {
   virtual bool StoreAt(FileHandle file, const void* bytes, size_t count, int64_t offset) {
     (void)file, (void)bytes, (void)count, (void)offset;
     return false;
+  }
+  virtual MappedVisit VisitMapping(FileHandle file, MappedVisitor visitor, void* context) {
+    (void)file, (void)visitor, (void)context;
+    return MappedVisit::kNoMapping;
   }
   // A hint that [offset, offset + count) will be read soon: a backend that
   // reads through a mapping starts bringing those bytes into the processor's

@@ -293,6 +293,10 @@ class PosixFiles final : public FileApi {
     return open_files::Rewrite(static_cast<int>(file), offset, bytes, count);
   }
 
+  MappedVisit VisitMapping(FileHandle file, MappedVisitor visitor, void* context) override {
+    return open_files::Visit(static_cast<int>(file), visitor, context);
+  }
+
   void WillRead(FileHandle file, int64_t offset, size_t count) override {
     open_files::Prefetch(static_cast<int>(file), offset, count);
   }

@@ -94,6 +94,11 @@ bool StoreToView(void* to, const void* from, size_t count) {
   return Guarded([&] { StoreInPieces(to, from, count); });
 }
 
+bool VisitGuarded(void (*visitor)(void*, const unsigned char*, int64_t), void* context, const unsigned char* base,
+                  int64_t held) {
+  return Guarded([&] { visitor(context, base, held); });
+}
+
 }  // namespace ao::platform
 
 #endif  // !_WIN32

@@ -348,6 +348,20 @@ ReadPlan Read(int fd, void* buffer, size_t count, int64_t offset) {
   return plan;
 }
 
+MappedVisit Visit(int fd, MappedVisitor visitor, void* context) {
+  Registry& registry = TheRegistry();
+  std::shared_lock hold(registry.lock);
+  const Handle* handle = Find(registry, fd);
+  if (handle == nullptr || handle->file->base == nullptr) return MappedVisit::kNoMapping;
+  OpenFile& file = *handle->file;
+  // What the mapping surely holds, and no further than a writer's end.
+  int64_t held = std::min<int64_t>(file.known.load(std::memory_order_acquire), static_cast<int64_t>(file.window));
+  if (file.writers > 0) held = std::min(held, file.end.load(std::memory_order_acquire));
+  if (VisitGuarded(visitor, context, file.base, held)) return MappedVisit::kDone;
+  file.known.store(0, std::memory_order_release);
+  return MappedVisit::kFaulted;
+}
+
 void Prefetch(int fd, int64_t offset, size_t count) {
   constexpr size_t kLine = 64;
   if (count == 0 || count > kMaxMappedTransfer || offset < 0) return;

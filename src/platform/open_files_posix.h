@@ -29,6 +29,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/files.h"
+
 namespace ao::platform::open_files {
 
 // Starts keeping a descriptor just opened; info is its fstat.
@@ -41,6 +43,8 @@ struct ReadPlan {
   size_t readable = 0;  // else: how many of them lie before the file's end
 };
 ReadPlan Read(int fd, void* buffer, size_t count, int64_t offset);
+// Runs the visitor over the file's mapping (see FileApi::VisitMapping).
+MappedVisit Visit(int fd, MappedVisitor visitor, void* context);
 // Starts loading the mapped bytes at offset into the processor's caches; a
 // range the mapping does not surely hold is left alone.
 void Prefetch(int fd, int64_t offset, size_t count);

@@ -24,8 +24,10 @@ namespace {
 constexpr int64_t kMaxTransfer = 0x80000000LL;
 // With an in-memory image, one stream read moves at most this much.
 constexpr int64_t kMaxImageRead = 0x3F000000LL;
-// A read that reaches a new block takes up to this much data with its header.
-constexpr int64_t kMaxReadWithHeader = 0x10000;
+// A read that reaches a new block takes up to this much data with its
+// header: one transfer for a small block, and a bound on what a read call
+// fetches beyond the block for a caller with a large buffer.
+constexpr int64_t kMaxReadWithHeader = 4096 - 40;
 
 // Tells where the first bytes of a write landed: chunk of the remaining
 // bytes at file offset at, a split when they end before `span` bytes.
@@ -131,8 +133,8 @@ bool aoStream::DecodeCheckedHeader(const unsigned char* bytes, int64_t& dataEnd,
 
 bool aoStream::LoadBlockHeaderWithData(int64_t block, unsigned char* data, int64_t want, int64_t& got) {
   got = 0;
-  if (m_storage == nullptr || m_storage->m_inMemory || want < 1 || want > kMaxReadWithHeader)
-    return LoadBlockHeader(block);
+  if (m_storage == nullptr || m_storage->m_inMemory || want < 1) return LoadBlockHeader(block);
+  want = std::min(want, kMaxReadWithHeader);
   if (block <= 0) return false;
   // The data follows the header: one transfer brings both, into a buffer of
   // the thread's own, so that only bytes inside the block's data reach the
@@ -482,6 +484,7 @@ int64_t aoStream::Read(void* buffer, int64_t count) {
   auto* out = static_cast<unsigned char*>(buffer);
   int64_t total = 0;
   int64_t remaining = count;
+  if (ReadFromMapping(out, remaining, total)) return total;
   ao::CycleGuard cycle;
   while (true) {
     // The position is never negative, so a damaged length cannot overflow this.

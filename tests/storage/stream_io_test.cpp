@@ -88,6 +88,36 @@ TEST_F(StreamIo, AContainerCutShortByAnotherProgramFailsWithoutCrashing) {
   stream->Release();
 }
 
+TEST_F(StreamIo, InterleavedSmallAppendsReadBackWhateverTheBufferSize) {
+  // Each stream becomes a chain of small blocks among the others' blocks,
+  // and a few larger appends in between.
+  constexpr int kStreams = 20, kAppends = 150;
+  std::vector<aoStream*> streams;
+  std::vector<std::vector<unsigned char>> expected(kStreams);
+  for (int i = 0; i < kStreams; ++i) streams.push_back(storage_->CreateStream(("s" + std::to_string(i)).c_str(), kAoModeEdit));
+  for (int round = 0; round < kAppends; ++round)
+    for (int i = 0; i < kStreams; ++i) {
+      const auto bytes = Pattern(round % 50 == 7 ? 10000 : 1 + (round * 7 + i) % 120, round * kStreams + i);
+      ASSERT_EQ(streams[i]->Write(bytes.data(), static_cast<int64_t>(bytes.size()), false, nullptr),
+                static_cast<int64_t>(bytes.size()));
+      expected[i].insert(expected[i].end(), bytes.begin(), bytes.end());
+    }
+  for (aoStream* stream : streams) stream->Release();
+  Reopen(kAoModeInspect);
+  for (const int64_t buffer : {1, 7, 100, 4096, 16384, 65536, 1 << 20}) {
+    for (int i = 0; i < kStreams; ++i) {
+      aoStream* stream = storage_->OpenStream(("s" + std::to_string(i)).c_str(), kAoModeInspect);
+      ASSERT_NE(stream, nullptr);
+      std::vector<unsigned char> back, piece(static_cast<size_t>(buffer));
+      int64_t got;
+      while ((got = stream->Read(piece.data(), buffer)) > 0) back.insert(back.end(), piece.begin(), piece.begin() + got);
+      EXPECT_EQ(got, 0);
+      EXPECT_EQ(back, expected[i]) << "stream " << i << ", reads of " << buffer;
+      stream->Release();
+    }
+  }
+}
+
 TEST_F(StreamIo, WritesWithAndWithoutSetEnd) {
   aoStream* stream = storage_->CreateStream("s", kAoModeEdit);
   ASSERT_NE(stream, nullptr);
