@@ -47,6 +47,7 @@ constexpr int64_t kMaxRoom = int64_t{64} << 20;
 // writers that have appended as much already do so: faulting in room that is
 // then given back costs far more than the faults it saves.
 constexpr int64_t kFaultAhead = int64_t{256} << 10;
+constexpr size_t kLoneHeader = 40;
 
 // The last bytes of grown room: a mark, where the writer began appending,
 // and the size the file was grown to. Room too short to hold them is left
@@ -265,16 +266,20 @@ bool Store(OpenFile& file, int64_t offset, const void* head, size_t headCount, c
 
 // Stores head and tail when they end at or below limit, a bound kept for
 // the file of fd: nullopt when they reach beyond it, false when fd is not a
-// writable descriptor the process keeps or the store failed.
+// writable descriptor the process keeps or the store failed. With
+// appendsOnly, bytes that all lie below the end are left to the caller: a
+// page the file held before is likely not mapped in yet, and its first
+// store would cost a page fault, more than a write call.
 std::optional<bool> StoreBelow(int fd, std::atomic<int64_t> OpenFile::*limit, int64_t offset, const void* head,
-                               size_t headCount, const void* tail, size_t tailCount) {
+                               size_t headCount, const void* tail, size_t tailCount, bool appendsOnly) {
   Registry& registry = TheRegistry();
   std::shared_lock hold(registry.lock);
   const Handle* handle = Find(registry, fd);
   if (handle == nullptr || !handle->writable) return false;
   OpenFile& file = *handle->file;
-  if (offset + static_cast<int64_t>(headCount + tailCount) > (file.*limit).load(std::memory_order_acquire))
-    return std::nullopt;
+  const int64_t stop = offset + static_cast<int64_t>(headCount + tailCount);
+  if (stop > (file.*limit).load(std::memory_order_acquire)) return std::nullopt;
+  if (appendsOnly && stop <= file.end.load(std::memory_order_acquire)) return false;
   return Store(file, offset, head, headCount, tail, tailCount);
 }
 
@@ -381,21 +386,28 @@ WriteOutcome Write(int fd, int64_t offset, const void* head, size_t headCount, c
   const size_t count = headCount + tailCount;
   if (offset < 0 || count == 0) return WriteOutcome::kLeftToCaller;
   const auto stop = offset + static_cast<int64_t>(count);
-  if (const std::optional<bool> stored = StoreBelow(fd, &OpenFile::grown, offset, head, headCount, tail, tailCount))
-    return *stored ? WriteOutcome::kStored : WriteOutcome::kLeftToCaller;
+  // A lone block header goes ahead of data that a write call brings into
+  // the same page: stored, its page would fault first. It only needs room.
+  const bool lone = count <= kLoneHeader;
+  if (!lone) {
+    if (const std::optional<bool> stored =
+            StoreBelow(fd, &OpenFile::grown, offset, head, headCount, tail, tailCount, true))
+      return *stored ? WriteOutcome::kStored : WriteOutcome::kLeftToCaller;
+  }
   Registry& registry = TheRegistry();
   std::unique_lock hold(registry.lock);
   const Handle* handle = Find(registry, fd);
-  if (handle == nullptr) return WriteOutcome::kLeftToCaller;
+  if (handle == nullptr || !handle->writable) return WriteOutcome::kLeftToCaller;
   OpenFile& file = *handle->file;
   if (stop > file.grown.load(std::memory_order_acquire) && !Grow(file, *handle, fd, stop))
     return WriteOutcome::kRefused;
+  if (lone) return WriteOutcome::kLeftToCaller;
   return Store(file, offset, head, headCount, tail, tailCount) ? WriteOutcome::kStored : WriteOutcome::kLeftToCaller;
 }
 
 bool Rewrite(int fd, int64_t offset, const void* bytes, size_t count) {
   if (offset < 0 || count == 0) return false;
-  return StoreBelow(fd, &OpenFile::end, offset, bytes, count, nullptr, 0).value_or(false);
+  return StoreBelow(fd, &OpenFile::end, offset, bytes, count, nullptr, 0, false).value_or(false);
 }
 
 void Reached(int fd, int64_t end) {

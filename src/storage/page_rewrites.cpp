@@ -17,13 +17,11 @@ void PageRewrites::Forget() {
 
 bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, int64_t count) {
   if (offset < 0 || count < 1 || count > kMaxSmall) return false;
-  if (platform::Files().StoreAt(file, bytes, static_cast<size_t>(count), offset)) return true;
-  if (!viewsAllowed_) return false;
   const int64_t end = offset + count;
   const int64_t index = offset / kPageSize;
   // A write call that crosses into the next page may be cut between the two
   // pages by a kill, leaving a field half old and half new: such bytes are
-  // stored through a view at once, and views span two pages for them.
+  // stored at once, never written.
   const bool crossing = (end - 1) / kPageSize != index;
   // A view made for the page before may hold the bytes already.
   for (Page& page : pages_) {
@@ -34,11 +32,18 @@ bool PageRewrites::Store(FileHandle file, int64_t offset, const void* bytes, int
   }
   Page& page = Entry(index);
   page.lastUse = ++clock_;
+  if (page.writes < kWritesBeforeMapping) ++page.writes;
+  // The first store into a page costs a page fault, more than a write call:
+  // a page the backend keeps mapped takes stores from its second small
+  // write on (the header of a block linked once is written, not stored).
+  if ((crossing || page.writes >= kWritesBeforeStoring) &&
+      platform::Files().StoreAt(file, bytes, static_cast<size_t>(count), offset))
+    return true;
+  if (!viewsAllowed_) return false;
   // The file may have grown into the second page since the view was made.
   if (crossing && page.view.base != nullptr && end > page.mappedEnd) Unmap(page);
   if (page.view.base == nullptr) {
     if (page.unmappable) return false;
-    ++page.writes;
     if ((!crossing && page.writes < kWritesBeforeMapping) || !Map(file, page, end)) return false;
   }
   return end <= page.mappedEnd && StoreInto(page, offset, bytes, count);

@@ -61,6 +61,9 @@ class PageRewrites {
   // and a page of new child records sees each child's record fields and the
   // link to the next block of records, then no more.
   static constexpr int kWritesBeforeMapping = 6;
+  // Through a mapping the backend keeps, a page takes stores from its
+  // second small write on.
+  static constexpr int kWritesBeforeStoring = 2;
 
   struct Page {
     int64_t index = -1;

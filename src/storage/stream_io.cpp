@@ -28,6 +28,9 @@ constexpr int64_t kMaxImageRead = 0x3F000000LL;
 // header: one transfer for a small block, and a bound on what a read call
 // fetches beyond the block for a caller with a large buffer.
 constexpr int64_t kMaxReadWithHeader = 4096 - 40;
+// A new block takes up to this much data with its header while it holds
+// the storage lock; more is written after the lock is given back.
+constexpr int64_t kMaxCarriedUnderLock = 8192 - 40;
 
 // Tells where the first bytes of a write landed: chunk of the remaining
 // bytes at file offset at, a split when they end before `span` bytes.
@@ -280,20 +283,27 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first, cons
   Lock();
   const int64_t end = platform::Files().Size(m_file);
   int64_t block = 0;
+  int64_t carry = 0;
+  // Many bytes carried into the block go out after the lock is given back,
+  // so that other writers of the file append meanwhile: the block's room is
+  // reserved first, and nothing refers to the block before they are there.
+  bool later = false;
   // No block may start where its header would cross the file limit (for the
   // first block too: a 32-bit file could not record its offset).
   if (end > 0 && end + header < FileLimit()) {
     // The new block is the file's tail block, so the data written next would
     // grow it in place up to the file limit: those bytes go out with the
     // header, which then tells their end, in one transfer.
-    const int64_t carry = std::clamp<int64_t>(FileLimit() - (end + header), 0, wanted);
+    carry = std::clamp<int64_t>(FileLimit() - (end + header), 0, wanted);
+    later = carry > kMaxCarriedUnderLock;
     unsigned char bytes[40];
     format::EncodeBlockHeader(
         {format::kBlockMarker, header + carry, header + std::max(capacity, carry), previous, 0}, m_b64, bytes);
-    bool ok = carry > 0 ? platform::WritePairFully(m_file, bytes, header, data, carry, end)
-                        : WriteAtFile(end, bytes, header);
+    bool ok = carry > 0 && !later ? platform::WritePairFully(m_file, bytes, header, data, carry, end)
+                                  : WriteAtFile(end, bytes, header);
     // The data area exists on disk before it is written.
-    if (ok && capacity > carry) ok = platform::Files().SetSize(m_file, end + header + capacity);
+    const int64_t reserved = later ? std::max(capacity, carry) : capacity;
+    if (ok && reserved > (later ? 0 : carry)) ok = platform::Files().SetSize(m_file, end + header + reserved);
     if (ok && first) {
       unsigned char field[8];
       format::PutWide(field, end, m_b64);
@@ -302,13 +312,17 @@ int64_t aoStream::AllocateBlock(int64_t previous, int64_t size, bool first, cons
     }
     if (ok) {
       block = end;
-      carried = carry;
       m_filePos = end;
       m_storage->m_tail = end;  // this block is now the file's tail block
       m_storage->PublishTail();
     }
   }
   Unlock();
+  if (block == 0) return 0;
+  // Carried bytes that did not arrive are written again into the block's
+  // room by the caller, which then tells their end in the header.
+  if (later && !platform::WriteFully(m_file, data, carry, block + header)) return block;
+  carried = carry;
   return block;
 }
 
