@@ -117,8 +117,8 @@ bool CheckLine(std::ostream& out, const std::string& file) {
 }  // namespace
 
 int RunDemo(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(0, 1, "demo [DIR]");
+  const Arguments args(words, "demo");
+  args.ExpectCount(0, 1);
   const fs::path source = SourceTree();
   std::error_code error;
   const bool ownFolder = args.count() == 0;
@@ -136,8 +136,8 @@ int RunDemo(const Words& words, std::ostream& out) {
       << "  source   " << source.string() << "\n  folder   " << dir.string() << "\n";
   Tour tour(out);
   tour.Step("import", "import the source tree into " + file, [&] {
-    Container container = Container::Create(file, true);
-    const TransferCounts counts = ImportTree(container, source.string(), {"source"}, TakeFromSource);
+    Container container = Container::Create(file, true, true);
+    const TransferCounts counts = ImportTree(container, SurveyHostTree(source.string(), TakeFromSource), {"source"});
     out << "  " << counts.files << " files (" << FormatBytes(counts.bytes) << ") in " << counts.folders
         << " folders, under source/\n";
     return counts.files > 0;
@@ -166,7 +166,7 @@ int RunDemo(const Words& words, std::ostream& out) {
   });
   tour.Step("export and compare", "export source/ and compare it with the source tree", [&] {
     const Container container = Container::Open(file, Access::kRead);
-    const TransferCounts counts = ExportTree(container, {"source"}, exported);
+    const TransferCounts counts = ExportTree(container, {"source"}, exported, {}, out).counts;
     const HostComparison comparison = CompareHostTrees(source.string(), exported, TakeFromSource);
     out << "  exported " << counts.files << " files to " << exported << "\n  "
         << (comparison.difference.empty()
