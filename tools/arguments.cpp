@@ -76,7 +76,8 @@ void Arguments::ExpectCount(size_t low, size_t high) const {
 
 void Arguments::FailUsage() const {
   std::string usage;
-  for (const char* synopsis : help_->synopses) usage += std::string(usage.empty() ? "usage: " : "; ") + "aostore " + synopsis;
+  for (const char* synopsis : help_->synopses)
+    usage += std::string(usage.empty() ? "usage: " : "; ") + "aostore " + synopsis;
   Fail(Exit::kUsage, usage);
 }
 

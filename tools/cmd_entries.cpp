@@ -38,8 +38,8 @@ StoredValue Stored(const Container& container, aoStream* folder, const std::stri
   value.length = stream->GetLength();
   value.bytes.resize(static_cast<size_t>(std::clamp<int64_t>(value.length, 0, kShownBytes)));
   if (value.bytes.empty()) return value;
-  if (stream->Seek(0, 0, true) != 0 ||
-      stream->Read(value.bytes.data(), static_cast<int64_t>(value.bytes.size())) != static_cast<int64_t>(value.bytes.size()))
+  if (stream->Seek(0, 0, true) != 0 || stream->Read(value.bytes.data(), static_cast<int64_t>(value.bytes.size())) !=
+                                           static_cast<int64_t>(value.bytes.size()))
     FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot read the entry " + Shown(name));
   return value;
 }
@@ -55,7 +55,8 @@ int64_t List(const Container& container, aoStream* folder, bool json, std::ostre
           << ", " << ValueJson(value) << '}';
     } else {
       char line[80];
-      std::snprintf(line, sizeof line, "%-24s %10lld  ", Shown(entry.name).c_str(), static_cast<long long>(entry.length));
+      std::snprintf(line, sizeof line, "%-24s %10lld  ", Shown(entry.name).c_str(),
+                    static_cast<long long>(entry.length));
       out << line << ShowValue(value, EntryType::kGuess) << '\n';
     }
     first = false;
@@ -69,8 +70,8 @@ int Get(const Container& container, aoStream* folder, const std::string& name, E
   if (type != EntryType::kBlob) {
     const std::vector<EntryType> types = StoredTypes(value);
     if (type != EntryType::kGuess && std::find(types.begin(), types.end(), type) == types.end()) {
-      Fail(Exit::kConflict, container.file() + ": " + Shown(name) + " holds " + DescribeStored(value) + ", not " +
-                                WithArticle(type));
+      Fail(Exit::kConflict,
+           container.file() + ": " + Shown(name) + " holds " + DescribeStored(value) + ", not " + WithArticle(type));
     }
     out << ShowValue(value, type) << '\n';
     return 0;
@@ -80,7 +81,8 @@ int Get(const Container& container, aoStream* folder, const std::string& name, E
   unsigned int size = 0;
   const int read = folder == nullptr ? container.storage().GetEntryErasedOld(name.c_str(), &data, &size)
                                      : folder->GetEntryErasedOld(name.c_str(), &data, &size);
-  if (read == 0) FailWithDiagnosis(container.file(), Exit::kConflict, Shown(name) + ": its size prefix does not match its length");
+  if (read == 0)
+    FailWithDiagnosis(container.file(), Exit::kConflict, Shown(name) + ": its size prefix does not match its length");
   out.write(static_cast<const char*>(data), size);
   aoFreeBuffer(data);
   return 0;
@@ -111,14 +113,21 @@ std::function<int()> Setter(const Container& container, aoStream* folder, const 
     };
   };
   switch (type) {
-    case EntryType::kInt: return set(static_cast<int>(ParseInt(text)));
-    case EntryType::kUInt: return set(ParseUInt(text));
-    case EntryType::kInt64: return set(ParseInt64(text));
+    case EntryType::kInt:
+      return set(static_cast<int>(ParseInt(text)));
+    case EntryType::kUInt:
+      return set(ParseUInt(text));
+    case EntryType::kInt64:
+      return set(ParseInt64(text));
     // The same eight bytes as the int64 of the same bits.
-    case EntryType::kUInt64: return set(static_cast<int64_t>(ParseUInt64(text)));
-    case EntryType::kDouble: return set(ParseDouble(text));
-    case EntryType::kString: return [&storage, folder, name, text]() {
-        return folder == nullptr ? storage.SetEntry(name.c_str(), text.c_str()) : folder->SetEntry(name.c_str(), text.c_str());
+    case EntryType::kUInt64:
+      return set(static_cast<int64_t>(ParseUInt64(text)));
+    case EntryType::kDouble:
+      return set(ParseDouble(text));
+    case EntryType::kString:
+      return [&storage, folder, name, text]() {
+        return folder == nullptr ? storage.SetEntry(name.c_str(), text.c_str())
+                                 : folder->SetEntry(name.c_str(), text.c_str());
       };
     case EntryType::kRect: {
       const std::vector<int32_t> v = ParseInts(text, 4, "rect");
@@ -129,7 +138,8 @@ std::function<int()> Setter(const Container& container, aoStream* folder, const 
       return [folder, name, s = SIZE{v[0], v[1]}]() mutable { return folder->SetEntry(name.c_str(), &s); };
     }
     case EntryType::kBlob:
-    case EntryType::kGuess: break;
+    case EntryType::kGuess:
+      break;
   }
   return [&container, folder, name, bytes = blob]() mutable {
     if (bytes.empty()) {
@@ -144,8 +154,8 @@ std::function<int()> Setter(const Container& container, aoStream* folder, const 
   };
 }
 
-int Set(const Container& container, aoStream* folder, const std::string& name, const std::string& text,
-        EntryType type, std::ostream& out) {
+int Set(const Container& container, aoStream* folder, const std::string& name, const std::string& text, EntryType type,
+        std::ostream& out) {
   RequireValidNames({name});
   if (type == EntryType::kGuess) type = GuessFromText(text);
   if ((type == EntryType::kRect || type == EntryType::kSize) && folder == nullptr)
@@ -159,7 +169,8 @@ int Set(const Container& container, aoStream* folder, const std::string& name, c
       existing->Release();
       Fail(Exit::kConflict, container.file() + ": " + name + " is a folder, not an entry");
     }
-    if (!existing->Remove()) FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot replace the entry " + name);
+    if (!existing->Remove())
+      FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot replace the entry " + name);
   }
   if (store() == 0) FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot set the entry " + name);
   out << "set " << name << " = " << (type == EntryType::kBlob ? std::to_string(blob.size()) + " bytes" : text) << " ("
@@ -184,7 +195,8 @@ int RunEntries(const Words& words, std::ostream& out) {
   const size_t operands = verb < args.count() ? args.count() - verb - 1 : 0;
   if ((mode == "list" && args.count() > 2) || (mode == "get" && operands != 1) || (mode == "set" && operands != 2))
     args.FailUsage();
-  const EntryType type = args.Value("--type", "").empty() ? EntryType::kGuess : ParseEntryType(args.Value("--type", ""));
+  const EntryType type =
+      args.Value("--type", "").empty() ? EntryType::kGuess : ParseEntryType(args.Value("--type", ""));
   const std::vector<std::string> names = SplitPath(verb >= 2 && args.count() > 1 ? args[1] : "");
   const std::string& file = args[0];
   if (mode == "set") {

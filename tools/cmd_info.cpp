@@ -27,26 +27,29 @@ void PrintText(std::ostream& out, const std::string& file, const ao::CheckReport
   const ao::ContainerFacts& facts = report.facts;
   Line(out, "file", file);
   if (facts.version != 0) {
-    Line(out, "format", facts.legacy ? std::string("legacy header, 32-bit offsets")
-                                     : std::string("version ") + facts.version + ", " +
-                                           (facts.offsets64 ? "64" : "32") + "-bit offsets");
-    Line(out, "root tables", Plural(facts.tables, "table", "tables") + " of " + std::to_string(facts.slotsPerTable) +
-                                 " slots (" + std::to_string(facts.reservedSlots) + " reserved for fast access)");
+    Line(out, "format",
+         facts.legacy
+             ? std::string("legacy header, 32-bit offsets")
+             : std::string("version ") + facts.version + ", " + (facts.offsets64 ? "64" : "32") + "-bit offsets");
+    Line(out, "root tables",
+         Plural(facts.tables, "table", "tables") + " of " + std::to_string(facts.slotsPerTable) + " slots (" +
+             std::to_string(facts.reservedSlots) + " reserved for fast access)");
     Line(out, "root streams", std::to_string(facts.rootStreams));
     Line(out, "tree", Plural(facts.folders, "folder", "folders") + ", " + Plural(facts.streams, "stream", "streams"));
   }
   Line(out, "file size", Bytes(facts.fileSize));
-  Line(out, "data", FormatBytes(facts.dataBytes) + " in " + FormatBytes(facts.allocatedBytes) + " allocated (" +
-                        FormatPercent(facts.dataBytes, facts.allocatedBytes) + " in use)");
+  Line(out, "data",
+       FormatBytes(facts.dataBytes) + " in " + FormatBytes(facts.allocatedBytes) + " allocated (" +
+           FormatPercent(facts.dataBytes, facts.allocatedBytes) + " in use)");
   Line(out, "structure", FormatBytes(facts.structureBytes) + " (header, root tables, block headers)");
   Line(out, "reclaimable",
        FormatBytes(facts.reclaimableBytes) + " (" +
            FormatBytes(std::max<int64_t>(facts.allocatedBytes - facts.dataBytes, 0)) + " spare capacity, " +
            FormatBytes(facts.unreferencedBytes) + " unreferenced, of which " + FormatBytes(facts.freeRecordBytes) +
            " kept by removed streams)");
-  Line(out, "health", report.problemCount == 0
-                          ? std::string("clean")
-                          : Plural(report.problemCount, "problem", "problems") + " (aostore check lists them)");
+  Line(out, "health",
+       report.problemCount == 0 ? std::string("clean")
+                                : Plural(report.problemCount, "problem", "problems") + " (aostore check lists them)");
 }
 
 void PrintJson(std::ostream& out, const std::string& file, const ao::CheckReport& report) {

@@ -81,7 +81,8 @@ int RunLs(const Words& words, std::ostream& out) {
     } else {
       for (const TreeEntry& entry : entries) PrintText(out, entry, args.Has("-l"));
     }
-    for (const std::string& folder : unopened) Warn(Shown(folder) + ": cannot open the folder; what it holds is not listed");
+    for (const std::string& folder : unopened)
+      Warn(Shown(folder) + ": cannot open the folder; what it holds is not listed");
     return static_cast<int64_t>(unopened.size());
   });
 }

@@ -46,11 +46,12 @@ int RunCat(const Words& words, std::ostream& out) {
   const StreamPath path = OpenPath(container, names, kAoModeInspect);
   if (path.target()->IsFolder() != 0) Fail(Exit::kConflict, args[0] + ": " + Shown(args[1]) + " is a folder");
   // What can be read goes out before a failure is reported.
-  ReadWhole(container, *path.target(), Shown(args[1]),
-            [&out](const unsigned char* bytes, size_t count) {
-              out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-            },
-            nullptr);
+  ReadWhole(
+      container, *path.target(), Shown(args[1]),
+      [&out](const unsigned char* bytes, size_t count) {
+        out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
+      },
+      nullptr);
   return 0;
 }
 
@@ -100,7 +101,8 @@ int RunRm(const Words& words, std::ostream& out) {
   if (folder) {
     const std::string prefix = JoinPath(names, names.size()) + "/";
     contents = Count(container, path.target(), [&](const TreeEntry& entry, aoStream*) {
-      if (dryRun) out << "would remove " << (entry.folder ? "folder " : "stream ") << Shown(prefix + entry.path) << '\n';
+      if (dryRun)
+        out << "would remove " << (entry.folder ? "folder " : "stream ") << Shown(prefix + entry.path) << '\n';
     });
   }
   const std::string what = (folder ? "folder " : "stream ") + shown + (folder ? " with " + Describe(contents) : "");

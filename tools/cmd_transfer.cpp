@@ -51,7 +51,8 @@ int RunImport(const Words& words, std::ostream& out) {
                                  " the name rule; nothing was written (--skip-invalid imports the rest)");
   }
   if (args.Has("-v"))
-    for (const Skipped& special : tree.specials) Warn("skipped " + Shown(hostPath(special.path)) + ": " + special.reason);
+    for (const Skipped& special : tree.specials)
+      Warn("skipped " + Shown(hostPath(special.path)) + ": " + special.reason);
 
   const std::string at = base.empty() ? "" : " at " + JoinPath(base, base.size());
   if (dryRun) {
@@ -65,12 +66,13 @@ int RunImport(const Words& words, std::ostream& out) {
     out << "imported " << Summary(counts, "file", "files") << " into " << file << at << '\n';
   }
   if (!tree.invalid.empty()) {
-    out << "skipped " << Counted(static_cast<int64_t>(tree.invalid.size()), "name", "names")
-        << " that break the name rule (listed on standard error)\n";
+    out << "skipped " << Counted(static_cast<int64_t>(tree.invalid.size()), "name that breaks", "names that break")
+        << " the name rule (listed on standard error)\n";
   }
   if (!tree.specials.empty()) {
-    out << "skipped " << Counted(static_cast<int64_t>(tree.specials.size()), "symbolic link or special file",
-                                 "symbolic links and special files")
+    out << "skipped "
+        << Counted(static_cast<int64_t>(tree.specials.size()), "symbolic link or special file",
+                   "symbolic links and special files")
         << (args.Has("-v") ? " (listed on standard error)\n" : " (-v lists them)\n");
   }
   return 0;
@@ -90,8 +92,8 @@ int RunExport(const Words& words, std::ostream& out) {
   ExportResult result;
   const int status = ReadChecked(file, health, [&]() -> int64_t {
     result = ExportTree(container, base, dir, options, out);
-    out << (options.dryRun ? "would export " : "exported ") << Summary(result.counts, "stream", "streams") << " to " << dir
-        << '\n';
+    out << (options.dryRun ? "would export " : "exported ") << Summary(result.counts, "stream", "streams") << " to "
+        << dir << '\n';
     if (!result.skipped.empty()) {
       out << "skipped " << Counted(static_cast<int64_t>(result.skipped.size()), "name", "names")
           << " that cannot be file names here (listed on standard error)\n";

@@ -200,8 +200,8 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
     const bool folder = level + 1 < names.size() || lastIsFolder;
     const char* name = names[level].c_str();
     aoStream* parent = path.target();
-    aoStream* stream = parent == nullptr ? container.storage().OpenStream(name, kAoModeEdit)
-                                         : parent->OpenStream(name, kAoModeEdit);
+    aoStream* stream =
+        parent == nullptr ? container.storage().OpenStream(name, kAoModeEdit) : parent->OpenStream(name, kAoModeEdit);
     if (stream != nullptr && (stream->IsFolder() != 0) != folder) {
       stream->Release();
       Fail(Exit::kConflict, container.file() + ": " + JoinPath(names, level + 1) + " is " +
@@ -212,7 +212,8 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
       stream = parent == nullptr ? container.storage().CreateStream(name, attributes, kAoModeEdit)
                                  : parent->CreateStream(name, attributes, kAoModeEdit, 1);
     }
-    if (stream == nullptr) FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot create " + JoinPath(names, level + 1));
+    if (stream == nullptr)
+      FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot create " + JoinPath(names, level + 1));
     path.Push(stream);
   }
   return path;
@@ -220,9 +221,9 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
 
 void FailWithDiagnosis(const std::string& file, Exit fallback, const std::string& what) {
   const ao::CheckReport report = ao::CheckContainer(file.c_str(), ao::CheckScope::kFull);
-  if (report.readable && report.problemCount > 0) Fail(Exit::kDamaged, file + ": " + what + ": " + FirstProblem(report));
+  if (report.readable && report.problemCount > 0)
+    Fail(Exit::kDamaged, file + ": " + what + ": " + FirstProblem(report));
   Fail(fallback, file + ": " + what);
 }
 
 }  // namespace aotool
-

@@ -107,10 +107,9 @@ class Tour {
 bool CheckLine(std::ostream& out, const std::string& file) {
   const ao::CheckReport report = ao::CheckContainer(file.c_str());
   const ao::ContainerFacts& f = report.facts;
-  out << "  " << file << ": "
-      << (report.Clean() ? "clean" : std::to_string(report.problemCount) + " problems") << " (" << f.tables
-      << " root table" << (f.tables == 1 ? "" : "s") << ", " << f.folders << " folders, " << f.streams << " streams, "
-      << f.blocks << " blocks, " << FormatBytes(f.fileSize) << ")\n";
+  out << "  " << file << ": " << (report.Clean() ? "clean" : std::to_string(report.problemCount) + " problems") << " ("
+      << f.tables << " root table" << (f.tables == 1 ? "" : "s") << ", " << f.folders << " folders, " << f.streams
+      << " streams, " << f.blocks << " blocks, " << FormatBytes(f.fileSize) << ")\n";
   return report.Clean();
 }
 
@@ -123,8 +122,8 @@ int RunDemo(const Words& words, std::ostream& out) {
   std::error_code error;
   const bool ownFolder = args.count() == 0;
   std::random_device random;
-  const fs::path dir = ownFolder ? fs::temp_directory_path() / ("aostore-demo-" + std::to_string(random()))
-                                 : fs::path(args[0]);
+  const fs::path dir =
+      ownFolder ? fs::temp_directory_path() / ("aostore-demo-" + std::to_string(random())) : fs::path(args[0]);
   fs::create_directories(dir, error);
   if (!fs::is_directory(dir, error)) Fail(Exit::kHostFile, dir.string() + ": cannot create the folder");
   const std::string file = (dir / "source.aostore").string();

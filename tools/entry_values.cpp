@@ -96,26 +96,37 @@ T ParseWhole(const std::string& text, EntryType type) {
 }  // namespace
 
 EntryType ParseEntryType(const std::string& name) {
-  for (const EntryType type : {EntryType::kInt, EntryType::kUInt, EntryType::kInt64, EntryType::kUInt64,
-                               EntryType::kDouble, EntryType::kString, EntryType::kRect, EntryType::kSize,
-                               EntryType::kBlob}) {
+  for (const EntryType type :
+       {EntryType::kInt, EntryType::kUInt, EntryType::kInt64, EntryType::kUInt64, EntryType::kDouble,
+        EntryType::kString, EntryType::kRect, EntryType::kSize, EntryType::kBlob}) {
     if (name == EntryTypeName(type)) return type;
   }
-  Fail(Exit::kUsage, "unknown entry type \"" + name + "\" (int, uint, int64, uint64, double, string, rect, size, blob)");
+  Fail(Exit::kUsage,
+       "unknown entry type \"" + name + "\" (int, uint, int64, uint64, double, string, rect, size, blob)");
 }
 
 const char* EntryTypeName(EntryType type) {
   switch (type) {
-    case EntryType::kInt: return "int";
-    case EntryType::kUInt: return "uint";
-    case EntryType::kInt64: return "int64";
-    case EntryType::kUInt64: return "uint64";
-    case EntryType::kDouble: return "double";
-    case EntryType::kString: return "string";
-    case EntryType::kRect: return "rect";
-    case EntryType::kSize: return "size";
-    case EntryType::kBlob: return "blob";
-    case EntryType::kGuess: break;
+    case EntryType::kInt:
+      return "int";
+    case EntryType::kUInt:
+      return "uint";
+    case EntryType::kInt64:
+      return "int64";
+    case EntryType::kUInt64:
+      return "uint64";
+    case EntryType::kDouble:
+      return "double";
+    case EntryType::kString:
+      return "string";
+    case EntryType::kRect:
+      return "rect";
+    case EntryType::kSize:
+      return "size";
+    case EntryType::kBlob:
+      return "blob";
+    case EntryType::kGuess:
+      break;
   }
   return "guess";
 }
@@ -148,7 +159,8 @@ std::vector<EntryType> StoredTypes(const StoredValue& value) {
   std::string text;
   if (DecodeString(value, text)) types.push_back(EntryType::kString);
   if (value.length == 4) types.insert(types.end(), {EntryType::kInt, EntryType::kUInt});
-  if (value.length == 8) types.insert(types.end(), {EntryType::kInt64, EntryType::kUInt64, EntryType::kDouble, EntryType::kSize});
+  if (value.length == 8)
+    types.insert(types.end(), {EntryType::kInt64, EntryType::kUInt64, EntryType::kDouble, EntryType::kSize});
   if (value.length == 16) types.push_back(EntryType::kRect);
   return types;
 }
@@ -177,18 +189,26 @@ std::string ShowValue(const StoredValue& value, EntryType type) {
   if (!has(type)) type = EntryType::kBlob;
   const unsigned char* p = value.bytes.data();
   switch (type) {
-    case EntryType::kInt: return "int " + std::to_string(I32(p));
-    case EntryType::kUInt: return "uint " + std::to_string(U32(p));
-    case EntryType::kInt64: return "int64 " + std::to_string(I64(p));
-    case EntryType::kUInt64: return "uint64 " + std::to_string(U64(p));
-    case EntryType::kDouble: return "double " + FormatNumber(F64(p));
+    case EntryType::kInt:
+      return "int " + std::to_string(I32(p));
+    case EntryType::kUInt:
+      return "uint " + std::to_string(U32(p));
+    case EntryType::kInt64:
+      return "int64 " + std::to_string(I64(p));
+    case EntryType::kUInt64:
+      return "uint64 " + std::to_string(U64(p));
+    case EntryType::kDouble:
+      return "double " + FormatNumber(F64(p));
     case EntryType::kString:
       DecodeString(value, text);
       return "string " + Quoted(text);
-    case EntryType::kRect: return "rect " + Rect(p);
-    case EntryType::kSize: return "size " + std::to_string(I32(p)) + "," + std::to_string(I32(p + 4));
+    case EntryType::kRect:
+      return "rect " + Rect(p);
+    case EntryType::kSize:
+      return "size " + std::to_string(I32(p)) + "," + std::to_string(I32(p + 4));
     case EntryType::kBlob:
-    case EntryType::kGuess: break;
+    case EntryType::kGuess:
+      break;
   }
   return Blob(value);
 }
@@ -219,7 +239,8 @@ double ParseDouble(const std::string& text) {
   double value = 0;
   const char* end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data(), end, value);
-  if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end) Fail(Exit::kUsage, "\"" + text + "\" is not a number");
+  if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end)
+    Fail(Exit::kUsage, "\"" + text + "\" is not a number");
   return value;
 }
 
@@ -232,13 +253,18 @@ std::vector<int32_t> ParseInts(const std::string& text, size_t count, const char
     values.push_back(ParseInt(text.substr(start, comma - start)));
     start = comma + 1;
   }
-  if (values.size() != count) Fail(Exit::kUsage, std::string("a ") + what + " is " + std::to_string(count) + " whole numbers separated by commas");
+  if (values.size() != count)
+    Fail(Exit::kUsage,
+         std::string("a ") + what + " is " + std::to_string(count) + " whole numbers separated by commas");
   return values;
 }
 
 std::vector<unsigned char> ParseHex(const std::string& text) {
   const auto digit = [](char c) {
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
   };
   std::vector<unsigned char> bytes;
   for (size_t i = 0; i < text.size(); i += 2) {

@@ -13,22 +13,22 @@ namespace aotool {
 // ExitStatuses() below.
 enum class Exit : int {
   kOk = 0,
-  kDamaged = 1,        // the container is damaged (check: problems were found)
-  kUnreadable = 2,     // the container file is missing or cannot be read
-  kNotContainer = 3,   // the file is not a container
-  kNoSuchStream = 4,   // no stream or folder at the path inside the container
-  kConflict = 5,       // the path names the wrong kind of thing, or something is already there
-  kWriteFailed = 6,    // the container could not be created or changed
-  kHostFile = 7,       // a file or folder outside the container could not be read or written
-  kVerifyFailed = 8,   // a verification (compact, stress test, demo) found differences
-  kBusy = 9,           // another process is writing the container
-  kInvalidName = 10,   // a name breaks the name rule, or cannot be a file name here
-  kUsage = 64,         // the command line is wrong
+  kDamaged = 1,       // the container is damaged (check: problems were found)
+  kUnreadable = 2,    // the container file is missing or cannot be read
+  kNotContainer = 3,  // the file is not a container
+  kNoSuchStream = 4,  // no stream or folder at the path inside the container
+  kConflict = 5,      // the path names the wrong kind of thing, or something is already there
+  kWriteFailed = 6,   // the container could not be created or changed
+  kHostFile = 7,      // a file or folder outside the container could not be read or written
+  kVerifyFailed = 8,  // a verification (compact, stress test, demo) found differences
+  kBusy = 9,          // another process is writing the container
+  kInvalidName = 10,  // a name breaks the name rule, or cannot be a file name here
+  kUsage = 64,        // the command line is wrong
 };
 
 struct ExitStatus {
   Exit code;
-  const char* name;     // one word, as in the README's table
+  const char* name;  // one word, as in the README's table
   const char* meaning;
 };
 // Every status, in ascending order.

@@ -67,9 +67,7 @@ class Plan {
     counts_ = {1, 0, length};
   }
 
-  bool Skips(const std::string& path) const {
-    return skipped_.count(path) != 0 || skipped_.count(Parent(path)) != 0;
-  }
+  bool Skips(const std::string& path) const { return skipped_.count(path) != 0 || skipped_.count(Parent(path)) != 0; }
   const std::vector<Planned>& items() const { return items_; }
   const TransferCounts& counts() const { return counts_; }
 
@@ -172,7 +170,8 @@ ExportResult ExportTree(const Container& container, const std::vector<std::strin
   if (!obstacles.empty()) {
     for (const std::string& obstacle : obstacles) Warn(obstacle);
     Fail(Exit::kConflict, std::to_string(obstacles.size()) + (obstacles.size() == 1 ? " file is" : " files are") +
-                              " in the way; nothing was written" + (options.force ? "" : " (--force writes over files)"));
+                              " in the way; nothing was written" +
+                              (options.force ? "" : " (--force writes over files)"));
   }
   if (options.dryRun) {
     plan.List(out);

@@ -105,8 +105,9 @@ std::string RoffText(const std::string& text) {
 std::string VersionLine() { return std::string("aostore ") + AOSTORE_VERSION; }
 
 std::string GeneralHelp() {
-  std::string text = "usage: aostore COMMAND [ARGUMENTS]   (aostore COMMAND --help tells what it does and takes)\n"
-                     "       aostore --version\n\n";
+  std::string text =
+      "usage: aostore COMMAND [ARGUMENTS]   (aostore COMMAND --help tells what it does and takes)\n"
+      "       aostore --version\n\n";
   text += std::string(kIntroduction) + "\n\ncommands:\n";
   for (const CommandHelp& command : AllCommands()) {
     char line[160];
@@ -196,10 +197,13 @@ std::string BashCompletion() {
          "  local cur=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]} options= i operand=0 file=\n"
          "  COMPREPLY=()\n"
          "  if (( COMP_CWORD == 1 )); then\n"
-         "    COMPREPLY=($(compgen -W \"" + commands + " --help --version\" -- \"$cur\"))\n"
+         "    COMPREPLY=($(compgen -W \"" +
+         commands +
+         " --help --version\" -- \"$cur\"))\n"
          "    return\n"
          "  fi\n"
-         "  case $command in\n" + options +
+         "  case $command in\n" +
+         options +
          "  esac\n"
          "  if [[ $cur == -* ]]; then\n"
          "    COMPREPLY=($(compgen -W \"$options\" -- \"$cur\"))\n"
@@ -208,17 +212,23 @@ std::string BashCompletion() {
          "  # The operand being completed: words that are neither options nor their values.\n"
          "  for (( i = 2; i < COMP_CWORD; i++ )); do\n"
          "    case \"$command:${COMP_WORDS[i]}\" in\n"
-         "      " + (valued.empty() ? std::string("__none__") : valued) + ") i=$((i + 1)); continue ;;\n"
+         "      " +
+         (valued.empty() ? std::string("__none__") : valued) +
+         ") i=$((i + 1)); continue ;;\n"
          "    esac\n"
          "    [[ ${COMP_WORDS[i]} == -* ]] && continue\n"
          "    (( operand == 0 )) && file=${COMP_WORDS[i]}\n"
          "    operand=$((operand + 1))\n"
          "  done\n"
          "  case \"$command:$operand\" in\n"
-         "    " + (paths.empty() ? std::string("__none__") : paths) + ") _aostore_paths \"$file\" \"$cur\"; return ;;\n"
+         "    " +
+         (paths.empty() ? std::string("__none__") : paths) +
+         ") _aostore_paths \"$file\" \"$cur\"; return ;;\n"
          "  esac\n"
          "  case $command in\n"
-         "    help) COMPREPLY=($(compgen -W \"" + commands + "\" -- \"$cur\")) ;;\n"
+         "    help) COMPREPLY=($(compgen -W \"" +
+         commands +
+         "\" -- \"$cur\")) ;;\n"
          "    *) COMPREPLY=($(compgen -f -- \"$cur\")) ;;\n"
          "  esac\n"
          "}\n"

@@ -34,8 +34,7 @@ std::string WriteProblem(const std::string& path) {
 
 void RequireOtherFile(const std::string& path, const std::string& container) {
   std::error_code error;
-  if (path != "-" && fs::equivalent(path, container, error))
-    Fail(Exit::kConflict, path + ": is the container itself");
+  if (path != "-" && fs::equivalent(path, container, error)) Fail(Exit::kConflict, path + ": is the container itself");
 }
 
 HostInput::HostInput(const std::string& path) : file_(nullptr), name_(path == "-" ? "standard input" : path) {
@@ -66,7 +65,8 @@ HostOutput::HostOutput(const std::string& path) : file_(std::fopen(path.c_str(),
   if (file_ == nullptr) {
     const std::string reason = SystemReason();
     std::error_code error;
-    Fail(Exit::kHostFile, path + ": " + (fs::is_directory(path, error) ? std::generic_category().message(EISDIR) : reason));
+    Fail(Exit::kHostFile,
+         path + ": " + (fs::is_directory(path, error) ? std::generic_category().message(EISDIR) : reason));
   }
 }
 

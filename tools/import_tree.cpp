@@ -171,7 +171,8 @@ void RequireNoKindConflict(const Container& container, const HostTree& tree, con
     if (stream == nullptr) return;  // created empty: nothing there to conflict with
     path.Push(stream);
     if (stream->IsFolder() == 0)
-      Fail(Exit::kConflict, container.file() + ": " + Shown(JoinPath(base, level + 1)) + " is a data stream, not a folder");
+      Fail(Exit::kConflict,
+           container.file() + ": " + Shown(JoinPath(base, level + 1)) + " is a data stream, not a folder");
   }
   CheckLevel(container, path.target(), tree.top, JoinPath(base, base.size()));
 }

@@ -46,7 +46,8 @@ std::string FactsJson(const ao::ContainerFacts& f) {
          ", \"fileSize\": " + std::to_string(f.fileSize) + ", \"tables\": " + std::to_string(f.tables) +
          ", \"rootStreams\": " + std::to_string(f.rootStreams) + ", \"folders\": " + std::to_string(f.folders) +
          ", \"streams\": " + std::to_string(f.streams) + ", \"blocks\": " + std::to_string(f.blocks) +
-         ", \"dataBytes\": " + std::to_string(f.dataBytes) + ", \"allocatedBytes\": " + std::to_string(f.allocatedBytes) +
+         ", \"dataBytes\": " + std::to_string(f.dataBytes) +
+         ", \"allocatedBytes\": " + std::to_string(f.allocatedBytes) +
          ", \"structureBytes\": " + std::to_string(f.structureBytes) +
          ", \"unreferencedBytes\": " + std::to_string(f.unreferencedBytes) +
          ", \"freeRecordBytes\": " + std::to_string(f.freeRecordBytes) +

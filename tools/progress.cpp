@@ -24,8 +24,13 @@ std::chrono::milliseconds QuietStart() {
 }  // namespace
 
 Progress::Progress(std::string label, int64_t total, Unit unit)
-    : label_(std::move(label)), total_(total), unit_(unit), enabled_(Enabled()), quietStart_(QuietStart()),
-      start_(std::chrono::steady_clock::now()), lastDraw_(start_ - kRedrawEvery) {}
+    : label_(std::move(label)),
+      total_(total),
+      unit_(unit),
+      enabled_(Enabled()),
+      quietStart_(QuietStart()),
+      start_(std::chrono::steady_clock::now()),
+      lastDraw_(start_ - kRedrawEvery) {}
 
 Progress::~Progress() { Finish(); }
 

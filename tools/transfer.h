@@ -37,8 +37,8 @@ struct HostTree {
     int64_t size = 0;
     std::vector<Node> children;  // in name order
   };
-  std::vector<Node> top;  // in name order
-  TransferCounts counts;  // of what the nodes hold
+  std::vector<Node> top;          // in name order
+  TransferCounts counts;          // of what the nodes hold
   std::vector<Skipped> invalid;   // names the rule refuses; left out with what they hold
   std::vector<Skipped> specials;  // symbolic links and special files; left out
 };

@@ -28,8 +28,9 @@ void WalkLevel(const Container& container, aoStream* folder, const std::string& 
     entry.path = prefix.empty() ? entry.name : prefix + "/" + entry.name;
     visit(entry, folder);
     if (!entry.folder || !recursive) continue;
-    const bool loops = trail.size() >= kMaxDepth ||
-                       (entry.firstBlock != 0 && std::find(trail.begin(), trail.end(), entry.firstBlock) != trail.end());
+    const bool loops =
+        trail.size() >= kMaxDepth ||
+        (entry.firstBlock != 0 && std::find(trail.begin(), trail.end(), entry.firstBlock) != trail.end());
     const HeldStream child(loops ? nullptr : OpenChild(container, folder, entry.name, kAoModeInspect));
     if (child.get() == nullptr) {
       if (!unopened) FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot open " + entry.path);

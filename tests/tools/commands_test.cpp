@@ -60,7 +60,8 @@ TEST_F(Tool, MkdirRmAndMvShapeTheTree) {
   // A folder goes only with -r; --dry-run lists what would go.
   Fails({"rm", file, "a/b"}, kConflict, {"a/b is a folder", "rm -r"});
   EXPECT_EQ(Ok({"rm", file, "a/b", "-r", "--dry-run"}),
-            "would remove folder a/b/c\nwould remove stream a/b/c/f\nwould remove folder a/b with 1 folder, 1 stream\n");
+            "would remove folder a/b/c\nwould remove stream a/b/c/f\n"
+            "would remove folder a/b with 1 folder, 1 stream\n");
   EXPECT_EQ(Ok({"ls", file, "a", "-R"}), "b/\nb/c/\nb/c/f\nh\n");
   EXPECT_EQ(Ok({"rm", file, "a/b", "-r"}), "removed folder a/b with 1 folder, 1 stream\n");
   EXPECT_EQ(Ok({"ls", file, "a"}), "h\n");

@@ -23,7 +23,8 @@ using Interface = ToolTest;
 std::vector<std::string> Commands(const std::string& help) {
   std::vector<std::string> names;
   std::istringstream lines(help.substr(help.find("commands:\n") + 10));
-  for (std::string line; std::getline(lines, line) && !line.empty();) names.push_back(line.substr(2, line.find(' ', 2) - 2));
+  for (std::string line; std::getline(lines, line) && !line.empty();)
+    names.push_back(line.substr(2, line.find(' ', 2) - 2));
   return names;
 }
 
@@ -83,7 +84,8 @@ TEST_F(Interface, BashCompletesCommandsOptionsAndPathsInsideTheContainer) {
   EXPECT_EQ(ReadText(completion), Ok({"help", "--bash-completion"}));
   const auto complete = [&](const std::string& words) {
     const std::string script = "source '" + completion + "'; COMP_WORDS=(" + words +
-                               "); COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _aostore; printf '%s\\n' \"${COMPREPLY[@]}\"";
+                               "); COMP_CWORD=$(( ${#COMP_WORDS[@]} - 1 )); _aostore; "
+                               "printf '%s\\n' \"${COMPREPLY[@]}\"";
     const std::string tools = fs::path(AOSTORE_TOOL).parent_path().string();
     const ToolRun run = RunProgram(dir, "/bin/bash", {"-c", script}, "", {"PATH=" + tools + ":/usr/bin:/bin"});
     EXPECT_EQ(run.status, 0) << run.err;
@@ -156,7 +158,8 @@ TEST_F(Interface, JsonForInfoLsAndEntries) {
             "\"flags\": \"\", \"childInfo\": 0}\n]\n");
   EXPECT_TRUE(Contains(Ok({"entries", file, "dir", "--json"}),
                        "{\"name\": \"n\", \"length\": 4, \"type\": \"int\", \"value\": 7},\n"
-                       "  {\"name\": \"s\", \"length\": 11, \"type\": \"string\", \"value\": \"caf\xc3\xa9 \\\"x\\\"\"}"));
+                       "  {\"name\": \"s\", \"length\": 11, \"type\": \"string\", "
+                       "\"value\": \"caf\xc3\xa9 \\\"x\\\"\"}"));
   Ok({"create", Path("empty.aostore")});
   EXPECT_EQ(Ok({"ls", Path("empty.aostore"), "--json"}), "[]\n");
 }
