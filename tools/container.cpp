@@ -37,16 +37,18 @@ void RequireOpenable(const std::string& file, const ao::CheckReport& report) {
   if (!report.directorySound) Fail(Exit::kDamaged, file + ": " + FirstProblem(report));
 }
 
+// Fails with kUnreadable and the system's reason when file cannot be read
+// (missing, a directory, no permission).
+void RequireReadableFile(const std::string& file) {
+  const std::string problem = ReadProblem(file);
+  if (!problem.empty()) Fail(Exit::kUnreadable, file + ": " + problem);
+}
+
 }  // namespace
 
 void FailNotContainer(const std::string& file, const ao::CheckReport& report) {
   Fail(Exit::kNotContainer,
        file + ": not a container" + (report.problems.empty() ? "" : " (" + report.problems.front().message + ")"));
-}
-
-void RequireReadableFile(const std::string& file) {
-  const std::string problem = ReadProblem(file);
-  if (!problem.empty()) Fail(Exit::kUnreadable, file + ": " + problem);
 }
 
 Container Container::Open(const std::string& file, Access access) {

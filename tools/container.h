@@ -54,10 +54,6 @@ class Container {
 // Fails with kNotContainer, saying why the report's file is not one.
 [[noreturn]] void FailNotContainer(const std::string& file, const ao::CheckReport& report);
 
-// Fails with kUnreadable and the system's reason when file cannot be read
-// (missing, a directory, no permission).
-void RequireReadableFile(const std::string& file);
-
 // The full check of the file, with a bar labelled label on a terminal while
 // it lasts.
 ao::CheckReport CheckWithProgress(const std::string& file, const char* label);
