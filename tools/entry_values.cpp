@@ -155,13 +155,15 @@ EntryType GuessFromText(const std::string& text) {
 
 std::vector<EntryType> StoredTypes(const StoredValue& value) {
   if (value.sizePrefixed) return {};
+  // The types of a fixed length, by that length.
+  static constexpr std::pair<int64_t, EntryType> kFixed[] = {
+      {4, EntryType::kInt},    {4, EntryType::kUInt}, {8, EntryType::kInt64}, {8, EntryType::kUInt64},
+      {8, EntryType::kDouble}, {8, EntryType::kSize}, {16, EntryType::kRect}};
   std::vector<EntryType> types;
   std::string text;
   if (DecodeString(value, text)) types.push_back(EntryType::kString);
-  if (value.length == 4) types.insert(types.end(), {EntryType::kInt, EntryType::kUInt});
-  if (value.length == 8)
-    types.insert(types.end(), {EntryType::kInt64, EntryType::kUInt64, EntryType::kDouble, EntryType::kSize});
-  if (value.length == 16) types.push_back(EntryType::kRect);
+  for (const auto& [length, type] : kFixed)
+    if (value.length == length) types.push_back(type);
   return types;
 }
 
