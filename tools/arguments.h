@@ -1,5 +1,6 @@
 // The command line of one command: positional words and options. Options
-// may stand anywhere after the command; "--" ends them.
+// may stand anywhere after the command; "--" ends them. Which options a
+// command takes, and its usage line, come from its entry in the help table.
 #ifndef AOSTORE_TOOLS_ARGUMENTS_H
 #define AOSTORE_TOOLS_ARGUMENTS_H
 
@@ -11,15 +12,13 @@
 
 namespace aotool {
 
-struct KnownOptions {
-  std::set<std::string> flags;   // options without a value: "--32", "-l"
-  std::set<std::string> valued;  // options followed by a value: "--threads"
-};
+struct CommandHelp;
 
 class Arguments {
  public:
-  // Throws a usage error for an unknown option or a missing value.
-  Arguments(const std::vector<std::string>& words, const KnownOptions& known);
+  // Throws a usage error for an option the command does not take, or a
+  // missing value.
+  Arguments(const std::vector<std::string>& words, const char* command);
 
   const std::vector<std::string>& positional() const { return positional_; }
   size_t count() const { return positional_.size(); }
@@ -30,9 +29,12 @@ class Arguments {
   // The value as a whole number within [low, high]; a usage error otherwise.
   int64_t Number(const std::string& option, int64_t fallback, int64_t low, int64_t high) const;
   // A usage error unless the positional count is within [low, high].
-  void ExpectCount(size_t low, size_t high, const std::string& usage) const;
+  void ExpectCount(size_t low, size_t high) const;
+  // A usage error naming the command's usage lines.
+  [[noreturn]] void FailUsage() const;
 
  private:
+  const CommandHelp* help_;
   std::vector<std::string> positional_;
   std::set<std::string> flags_;
   std::map<std::string, std::string> values_;

@@ -4,30 +4,29 @@
 #include "aostore/check.h"
 #include "arguments.h"
 #include "commands.h"
+#include "container.h"
 #include "errors.h"
+#include "host_files.h"
 #include "json.h"
-#include "progress.h"
 #include "text.h"
 
 namespace aotool {
 namespace {
 
+const char* Status(const ao::CheckReport& report) {
+  if (!report.readable) return "unreadable";
+  if (!report.container) return "not-container";
+  return report.problemCount == 0 ? "clean" : "damaged";
+}
+
 void PrintJson(std::ostream& out, const std::string& file, const ao::CheckReport& report) {
-  const ao::ContainerFacts& f = report.facts;
-  const char* status = !report.readable ? "unreadable" : report.problemCount == 0 ? "clean" : "damaged";
-  out << "{\n  \"file\": " << JsonString(file) << ",\n  \"status\": \"" << status << "\",\n";
+  out << "{\n  \"file\": " << JsonString(file) << ",\n  \"status\": \"" << Status(report) << "\",\n";
   if (!report.readable) {
     out << "  \"error\": " << JsonString(report.readError) << "\n}\n";
     return;
   }
   out << "  \"container\": " << (report.container ? "true" : "false") << ",\n"
-      << "  \"facts\": {\"version\": " << JsonString(std::string(f.version == 0 ? 0 : 1, f.version))
-      << ", \"legacy\": " << (f.legacy ? "true" : "false") << ", \"offsetBits\": " << (f.offsets64 ? 64 : 32)
-      << ", \"fileSize\": " << f.fileSize << ", \"tables\": " << f.tables << ", \"rootStreams\": " << f.rootStreams
-      << ", \"folders\": " << f.folders << ", \"streams\": " << f.streams << ", \"blocks\": " << f.blocks
-      << ", \"dataBytes\": " << f.dataBytes << ", \"allocatedBytes\": " << f.allocatedBytes
-      << ", \"structureBytes\": " << f.structureBytes << ", \"unreferencedBytes\": " << f.unreferencedBytes
-      << ", \"reclaimableBytes\": " << f.reclaimableBytes << "},\n"
+      << "  \"facts\": " << FactsJson(report.facts) << ",\n"
       << "  \"problemCount\": " << report.problemCount << ",\n  \"problems\": [";
   for (size_t i = 0; i < report.problems.size(); ++i) {
     const ao::CheckProblem& problem = report.problems[i];
@@ -64,22 +63,22 @@ void PrintText(std::ostream& out, const std::string& file, const ao::CheckReport
 }  // namespace
 
 int RunCheck(const Words& words, std::ostream& out) {
-  const Arguments args(words, {{"--json"}, {}});
-  args.ExpectCount(1, 1, "check FILE [--json]");
+  const Arguments args(words, "check");
+  args.ExpectCount(1, 1);
   const std::string& file = args[0];
-  Progress progress("check", 0);
-  const ao::CheckReport report = ao::CheckContainer(
-      file.c_str(), ao::CheckScope::kFull, [&progress](int64_t done, int64_t total) {
-        progress.SetTotal(total);
-        progress.Update(done);
-      });
-  progress.Finish();
+  ao::CheckReport report;
+  report.readError = ReadProblem(file);
+  if (report.readError.empty()) report = CheckWithProgress(file, "check");
   if (args.Has("--json")) {
     PrintJson(out, file, report);
   } else if (report.readable) {
     PrintText(out, file, report);
   }
-  if (!report.readable) Fail(Exit::kUnreadable, file + ": " + report.readError);
+  if (!report.readable) {
+    FailIfBusy(file);
+    Fail(Exit::kUnreadable, file + ": " + report.readError);
+  }
+  if (!report.container) FailNotContainer(file, report);
   return report.problemCount == 0 ? 0 : static_cast<int>(Exit::kDamaged);
 }
 

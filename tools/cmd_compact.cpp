@@ -54,20 +54,20 @@ void CopyRootStreams(const Container& source, const Container& copy, Progress& p
 }  // namespace
 
 int RunCompact(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(1, 1, "compact FILE");
+  const Arguments args(words, "compact");
+  args.ExpectCount(1, 1);
   const std::string& file = args[0];
-  const ao::CheckReport before = ao::CheckContainer(file.c_str());
-  if (!before.readable) Fail(Exit::kUnreadable, file + ": " + before.readError);
-  if (!before.container) Fail(Exit::kNotContainer, file + ": not a container");
+  const ao::CheckReport before = CheckForReading(file);
   if (before.problemCount > 0) {
     Fail(Exit::kDamaged, file + ": damaged at offset " + std::to_string(before.problems.front().offset) +
                              ": only a sound container is compacted (aostore export saves what can be read)");
   }
   TemporaryFile temporary(file + "_tmp");
+  // The source stays open for writing until the copy is in its place: no
+  // other process writes it meanwhile, whose writes would be lost with it.
+  Container source = Container::Open(file, Access::kWrite);
   {
-    Container source = Container::Open(file, Access::kRead);
-    Container copy = Container::Create(temporary.path(), source.storage().Uses64BitOffsets());
+    Container copy = Container::Create(temporary.path(), source.storage().Uses64BitOffsets(), true);
     Progress copying("compact", before.facts.rootStreams, Progress::Unit::kItems);
     CopyRootStreams(source, copy, copying);
     copying.Finish();
@@ -75,13 +75,14 @@ int RunCompact(const Words& words, std::ostream& out) {
     const std::string difference = CompareTrees(source, nullptr, copy, nullptr, &comparing);
     if (!difference.empty()) Fail(Exit::kVerifyFailed, file + ": the compacted copy differs: " + difference);
   }
-  const ao::CheckReport after = ao::CheckContainer(temporary.path().c_str());
+  const ao::CheckReport after = CheckWithProgress(temporary.path(), "check the copy");
   if (!after.Clean()) Fail(Exit::kVerifyFailed, file + ": the compacted copy did not pass its check");
   if (!ao::SyncFile(temporary.path().c_str()))
     Fail(Exit::kWriteFailed, temporary.path() + ": cannot flush the compacted copy to disk");
   if (!ao::RenameOver(temporary.path().c_str(), file.c_str()))
     Fail(Exit::kWriteFailed, file + ": cannot put the compacted copy in its place");
   temporary.Keep();
+  source.Close();
   out << "compacted " << file << ": " << FormatBytes(before.facts.fileSize) << " -> "
       << FormatBytes(after.facts.fileSize) << " (" << FormatBytes(before.facts.fileSize - after.facts.fileSize)
       << " given back)\n";

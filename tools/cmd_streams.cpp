@@ -1,11 +1,9 @@
 // cat, put, mkdir, rm and mv: one stream or folder at a time.
-#include <filesystem>
-#include <fstream>
-#include <iostream>
-
 #include "arguments.h"
 #include "commands.h"
 #include "container.h"
+#include "host_files.h"
+#include "names.h"
 #include "stream_data.h"
 #include "tree.h"
 
@@ -18,93 +16,120 @@ std::vector<std::string> NonRootPath(const std::string& text, const char* comman
   return names;
 }
 
-ByteSource SourceOf(std::istream& in) {
-  return [&in](unsigned char* buffer, size_t capacity) {
-    in.read(reinterpret_cast<char*>(buffer), static_cast<std::streamsize>(capacity));
-    return static_cast<size_t>(in.gcount());
-  };
+// The folders and streams inside folder, counted.
+struct Contents {
+  int64_t folders = 0;
+  int64_t streams = 0;
+};
+
+Contents Count(const Container& container, aoStream* folder, const TreeVisitor& also) {
+  Contents contents;
+  WalkTree(container, folder, true, [&](const TreeEntry& entry, aoStream* parent) {
+    ++(entry.folder ? contents.folders : contents.streams);
+    if (also) also(entry, parent);
+  });
+  return contents;
+}
+
+std::string Describe(const Contents& contents) {
+  return std::to_string(contents.folders) + (contents.folders == 1 ? " folder, " : " folders, ") +
+         std::to_string(contents.streams) + (contents.streams == 1 ? " stream" : " streams");
 }
 
 }  // namespace
 
 int RunCat(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(2, 2, "cat FILE PATH");
-  Container container = Container::Open(args[0], Access::kRead);
+  const Arguments args(words, "cat");
+  args.ExpectCount(2, 2);
   const std::vector<std::string> names = NonRootPath(args[1], "cat");
+  Container container = Container::Open(args[0], Access::kRead);
   const StreamPath path = OpenPath(container, names, kAoModeInspect);
-  if (path.target()->IsFolder() != 0) Fail(Exit::kConflict, args[0] + ": " + args[1] + " is a folder");
-  ReadWhole(container, *path.target(), args[1],
-            [&out](const unsigned char* bytes, size_t count) {
-              out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-            },
-            nullptr);
+  if (path.target()->IsFolder() != 0) Fail(Exit::kConflict, args[0] + ": " + Shown(args[1]) + " is a folder");
+  // What can be read goes out before a failure is reported.
+  ReadWhole(
+      container, *path.target(), Shown(args[1]),
+      [&out](const unsigned char* bytes, size_t count) {
+        out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
+      },
+      nullptr);
   return 0;
 }
 
 int RunPut(const Words& words, std::ostream& out) {
-  const Arguments args(words, {{"--append"}, {}});
-  args.ExpectCount(2, 3, "put FILE PATH [SRC] [--append]");
+  const Arguments args(words, "put");
+  args.ExpectCount(2, 3);
   const std::vector<std::string> names = NonRootPath(args[1], "put");
-  const bool fromFile = args.count() == 3 && args[2] != "-";
-  std::ifstream file;
-  int64_t size = 0;
-  if (fromFile) {
-    file.open(args[2], std::ios::binary);
-    std::error_code error;
-    if (!file || std::filesystem::is_directory(args[2], error)) Fail(Exit::kHostFile, args[2] + ": cannot read the file");
-    size = static_cast<int64_t>(std::filesystem::file_size(args[2], error));
-  }
-  std::istream& in = fromFile ? static_cast<std::istream&>(file) : std::cin;
-  Container container = Container::Open(args[0], Access::kWrite);
+  RequireValidNames(names);
+  const std::string source = args.count() == 3 ? args[2] : "-";
+  RequireOtherFile(source, args[0]);
+  HostInput in(source);
+  Container container = Container::OpenOrCreate(args[0]);
   const StreamPath path = OpenOrCreatePath(container, names, false);
-  Progress progress("put", size);
-  const int64_t written =
-      WriteWhole(container, *path.target(), args[1], args.Has("--append"), SourceOf(in), &progress);
+  Progress progress("put", in.size());
+  const int64_t written = WriteWhole(
+      container, *path.target(), args[1], args.Has("--append"),
+      [&in](unsigned char* buffer, size_t capacity) { return in.Read(buffer, capacity); }, &progress);
   progress.Finish();
-  if (in.bad()) Fail(Exit::kHostFile, (fromFile ? args[2] : std::string("standard input")) + ": read error");
-  out << (args.Has("--append") ? "appended " : "wrote ") << written << " bytes to " << args[1] << '\n';
+  out << (args.Has("--append") ? "appended " : "wrote ") << written << " bytes to " << JoinPath(names, names.size())
+      << '\n';
   return 0;
 }
 
 int RunMkdir(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(2, 2, "mkdir FILE PATH");
+  const Arguments args(words, "mkdir");
+  args.ExpectCount(2, 2);
   const std::vector<std::string> names = NonRootPath(args[1], "mkdir");
-  Container container = Container::Open(args[0], Access::kWrite);
+  RequireValidNames(names);
+  Container container = Container::OpenOrCreate(args[0]);
   OpenOrCreatePath(container, names, true);
   out << "folder " << JoinPath(names, names.size()) << '\n';
   return 0;
 }
 
 int RunRm(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(2, 2, "rm FILE PATH");
+  const Arguments args(words, "rm");
+  args.ExpectCount(2, 2);
   const std::vector<std::string> names = NonRootPath(args[1], "rm");
-  Container container = Container::Open(args[0], Access::kWrite);
-  StreamPath path = OpenPath(container, names, kAoModeEdit);
+  const std::string shown = Shown(JoinPath(names, names.size()));
+  const bool dryRun = args.Has("--dry-run");
+  Container container = Container::Open(args[0], dryRun ? Access::kRead : Access::kWrite);
+  StreamPath path = OpenPath(container, names, dryRun ? kAoModeInspect : kAoModeEdit);
   const bool folder = path.target()->IsFolder() != 0;
+  if (folder && !args.Has("-r"))
+    Fail(Exit::kConflict, args[0] + ": " + shown + " is a folder (rm -r removes it with everything in it)");
+  Contents contents;
+  if (folder) {
+    const std::string prefix = JoinPath(names, names.size()) + "/";
+    contents = Count(container, path.target(), [&](const TreeEntry& entry, aoStream*) {
+      if (dryRun)
+        out << "would remove " << (entry.folder ? "folder " : "stream ") << Shown(prefix + entry.path) << '\n';
+    });
+  }
+  const std::string what = (folder ? "folder " : "stream ") + shown + (folder ? " with " + Describe(contents) : "");
+  if (dryRun) {
+    out << "would remove " << what << '\n';
+    return 0;
+  }
   // Remove takes the folder's children first and releases the object itself.
-  if (!path.target()->Remove()) FailWithDiagnosis(args[0], Exit::kWriteFailed, "cannot remove " + args[1]);
+  if (!path.target()->Remove()) FailWithDiagnosis(args[0], Exit::kWriteFailed, "cannot remove " + shown);
   path.DropTarget();
-  out << "removed " << (folder ? "folder " : "stream ") << JoinPath(names, names.size()) << '\n';
+  out << "removed " << what << '\n';
   return 0;
 }
 
 int RunMv(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(3, 3, "mv FILE PATH NEWNAME");
+  const Arguments args(words, "mv");
+  args.ExpectCount(3, 3);
   const std::vector<std::string> names = NonRootPath(args[1], "mv");
   const std::string& newName = args[2];
-  if (newName.empty() || newName.find('/') != std::string::npos || newName.size() > static_cast<size_t>(kAoMaxNameLength))
-    Fail(Exit::kUsage, "the new name must be one name of 1 to " + std::to_string(kAoMaxNameLength) + " bytes without '/'");
+  RequireValidNames({newName});
   Container container = Container::Open(args[0], Access::kWrite);
   const StreamPath path = OpenPath(container, names, kAoModeEdit);
   if (HeldStream(OpenChild(container, path.parent(), newName, kAoModeInspect)).get() != nullptr)
     Fail(Exit::kConflict, args[0] + ": " + newName + " already exists there");
   if (!path.target()->Rename(newName.c_str()))
-    FailWithDiagnosis(args[0], Exit::kWriteFailed, "cannot rename " + args[1]);
-  out << "renamed " << JoinPath(names, names.size()) << " to " << newName << '\n';
+    FailWithDiagnosis(args[0], Exit::kWriteFailed, "cannot rename " + Shown(args[1]));
+  out << "renamed " << Shown(JoinPath(names, names.size())) << " to " << newName << '\n';
   return 0;
 }
 

@@ -12,8 +12,8 @@
 namespace aotool {
 
 int RunStress(const Words& words, std::ostream& out) {
-  const Arguments args(words, {{}, {"--threads", "--passes", "--path"}});
-  args.ExpectCount(0, 0, "stress [--threads N] [--passes N] [--path P]");
+  const Arguments args(words, "stress");
+  args.ExpectCount(0, 0);
   const int threads = static_cast<int>(args.Number("--threads", 32, 1, 1024));
   const int passes = static_cast<int>(args.Number("--passes", 2, 1, 1000));
   const std::string path = args.Value("--path", DefaultStressPath());

@@ -27,6 +27,7 @@ int RunCheck(const Words& words, std::ostream& out);
 int RunCompact(const Words& words, std::ostream& out);
 int RunStress(const Words& words, std::ostream& out);
 int RunDemo(const Words& words, std::ostream& out);
+int RunHelp(const Words& words, std::ostream& out);
 
 }  // namespace aotool
 

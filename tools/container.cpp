@@ -2,9 +2,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 
-#include "aostore/check.h"
+#include "host_files.h"
+#include "names.h"
+#include "progress.h"
 
 namespace aotool {
 namespace {
@@ -25,61 +28,115 @@ class CreateWidth {
 
 bool g_writesLost = false;
 
-// Fails for a file another process holds, naming why.
-void FailIfBusy(const std::string& file) {
-  const ao::errc why = ao::LastError();
-  if (why == ao::errc::busy || why == ao::errc::read_elsewhere) Fail(Exit::kBusy, file + ": " + ao::ErrorText(why));
-}
-
 std::string FirstProblem(const ao::CheckReport& report) {
   if (report.problems.empty()) return "damaged";
   const ao::CheckProblem& problem = report.problems.front();
   return "damaged at offset " + std::to_string(problem.offset) + ": " + problem.message;
 }
 
-}  // namespace
-
-Container Container::Open(const std::string& file, Access access) {
-  const ao::CheckReport report = ao::CheckContainer(file.c_str(), ao::CheckScope::kDirectory);
+// Fails unless the library can open the file the report describes.
+void RequireOpenable(const std::string& file, const ao::CheckReport& report) {
   if (!report.readable) {
     FailIfBusy(file);
     Fail(Exit::kUnreadable, file + ": " + report.readError);
   }
-  if (!report.container) Fail(Exit::kNotContainer, file + ": not a container");
+  if (!report.container) FailNotContainer(file, report);
   if (!report.directorySound) Fail(Exit::kDamaged, file + ": " + FirstProblem(report));
-  const uint32_t flags = access == Access::kRead ? kAoModeInspect : kAoModeEdit;
-  aoStorage* storage = aoStorage::Open(file.c_str(), flags, 0, 0);
-  if (storage == nullptr) {
-    FailIfBusy(file);
-    Fail(access == Access::kRead ? Exit::kUnreadable : Exit::kWriteFailed,
-         file + (access == Access::kRead ? ": cannot open the container" : ": cannot open the container for writing") +
-             " (" + ao::ErrorText(ao::LastError()) + ")");
-  }
-  return Container(storage, file, access == Access::kWrite);
 }
 
-Container Container::Create(const std::string& file, bool offsets64) {
+// Fails with kUnreadable and the system's reason when file cannot be read
+// (missing, a directory, no permission).
+void RequireReadableFile(const std::string& file) {
+  const std::string problem = ReadProblem(file);
+  if (!problem.empty()) Fail(Exit::kUnreadable, file + ": " + problem);
+}
+
+}  // namespace
+
+void FailIfBusy(const std::string& file) {
+  const ao::errc why = ao::LastError();
+  if (why == ao::errc::busy || why == ao::errc::read_elsewhere) Fail(Exit::kBusy, file + ": " + ao::ErrorText(why));
+}
+
+void FailNotContainer(const std::string& file, const ao::CheckReport& report) {
+  Fail(Exit::kNotContainer,
+       file + ": not a container" + (report.problems.empty() ? "" : " (" + report.problems.front().message + ")"));
+}
+
+Container Container::Open(const std::string& file, Access access) {
+  RequireReadableFile(file);
+  RequireOpenable(file, ao::CheckContainer(file.c_str(), ao::CheckScope::kDirectory));
+  const bool read = access == Access::kRead;
+  if (!read) {
+    const std::string problem = WriteProblem(file);
+    if (!problem.empty()) Fail(Exit::kWriteFailed, file + ": cannot open the container for writing: " + problem);
+  }
+  aoStorage* storage = aoStorage::Open(file.c_str(), read ? kAoModeInspect : kAoModeEdit, 0, 0);
+  if (storage == nullptr) {
+    FailIfBusy(file);
+    Fail(read ? Exit::kUnreadable : Exit::kWriteFailed,
+         file + (read ? ": cannot open the container" : ": cannot open the container for writing") + " (" +
+             ao::ErrorText(ao::LastError()) + ")");
+  }
+  return Container(storage, file, false, !read);
+}
+
+Container Container::Open(const std::string& file, const ao::CheckReport& checked) {
+  RequireOpenable(file, checked);
+  aoStorage* storage = aoStorage::Open(file.c_str(), kAoModeInspect, 0, 0);
+  if (storage == nullptr) {
+    FailIfBusy(file);
+    Fail(Exit::kUnreadable, file + ": cannot open the container (" + ao::ErrorText(ao::LastError()) + ")");
+  }
+  return Container(storage, file, false, false);
+}
+
+Container Container::Create(const std::string& file, bool offsets64, bool replace) {
+  std::error_code error;
+  if (!replace && std::filesystem::exists(file, error))
+    Fail(Exit::kConflict, file + ": the file exists (--force replaces it)");
+  const std::string problem = WriteProblem(file);
+  if (!problem.empty()) Fail(Exit::kWriteFailed, file + ": cannot create the container: " + problem);
   CreateWidth width(offsets64);
   aoStorage* storage = aoStorage::Create(file.c_str(), kAoModeEdit, 0);
   if (storage == nullptr) {
     FailIfBusy(file);
     Fail(Exit::kWriteFailed, file + ": cannot create the container (" + ao::ErrorText(ao::LastError()) + ")");
   }
-  return Container(storage, file, true);
+  return Container(storage, file, true, true);
 }
 
 Container Container::OpenOrCreate(const std::string& file) {
   std::error_code error;
-  if (!std::filesystem::exists(file, error) && !error) return Create(file, true);
+  if (std::filesystem::symlink_status(file, error).type() == std::filesystem::file_type::not_found)
+    return Create(file, true);
   return Open(file, Access::kWrite);
 }
 
+Container::Container(aoStorage* storage, std::string file, bool created, bool writer)
+    : storage_(storage),
+      file_(std::move(file)),
+      created_(created),
+      writer_(writer),
+      uncaught_(std::uncaught_exceptions()) {}
+
 Container::Container(Container&& other) noexcept
-    : storage_(other.storage_), file_(std::move(other.file_)), writer_(other.writer_) {
+    : storage_(other.storage_),
+      file_(std::move(other.file_)),
+      created_(other.created_),
+      writer_(other.writer_),
+      uncaught_(other.uncaught_) {
   other.storage_ = nullptr;
+  other.created_ = false;
 }
 
-Container::~Container() { Close(); }
+Container::~Container() {
+  Close();
+  if (created_ && std::uncaught_exceptions() > uncaught_) {
+    std::error_code error;
+    std::filesystem::remove(file_, error);
+  }
+}
 
 void Container::Close() {
   if (storage_ == nullptr) return;
@@ -99,6 +156,46 @@ void ApplyEnvironment() {
   if (mapping != nullptr && std::string(mapping) == "0") aoStorage::g_bUseFileMapping = 0;
 }
 
+ao::CheckReport CheckWithProgress(const std::string& file, const char* label) {
+  Progress progress(label, 0);
+  return ao::CheckContainer(file.c_str(), ao::CheckScope::kFull, [&progress](int64_t done, int64_t total) {
+    progress.SetTotal(total);
+    progress.Update(done);
+  });
+}
+
+ao::CheckReport CheckForReading(const std::string& file) {
+  RequireReadableFile(file);
+  ao::CheckReport report = CheckWithProgress(file, "check");
+  if (!report.readable) {
+    FailIfBusy(file);
+    Fail(Exit::kUnreadable, file + ": " + report.readError);
+  }
+  if (!report.container) FailNotContainer(file, report);
+  return report;
+}
+
+int ReadChecked(const std::string& file, const ao::CheckReport& report, const std::function<int64_t()>& work) {
+  int64_t unreadable = 0;
+  try {
+    unreadable = work();
+  } catch (const ToolError& error) {
+    const bool hidden = error.status() == Exit::kNoSuchStream || error.status() == Exit::kUnreadable ||
+                        error.status() == Exit::kDamaged;
+    if (report.problemCount == 0 || !hidden) throw;
+    Warn(error.what());
+  }
+  if (report.problemCount > 0) {
+    std::string text = file + ": " + FirstProblem(report);
+    if (report.problemCount > 1)
+      text += " (" + std::to_string(report.problemCount) + " problems in all; aostore check lists them)";
+    Warn(text);
+    return static_cast<int>(Exit::kDamaged);
+  }
+  if (unreadable > 0) return static_cast<int>(Exit::kUnreadable);
+  return 0;
+}
+
 std::vector<std::string> SplitPath(const std::string& path) {
   std::vector<std::string> names;
   size_t start = 0;
@@ -107,9 +204,7 @@ std::vector<std::string> SplitPath(const std::string& path) {
     if (end == std::string::npos) end = path.size();
     const std::string name = path.substr(start, end - start);
     const bool edge = start == 0 || end == path.size();
-    if (name.empty() && !edge) Fail(Exit::kUsage, "empty name in the path \"" + path + "\"");
-    if (name.size() > static_cast<size_t>(kAoMaxNameLength))
-      Fail(Exit::kUsage, "the name \"" + name + "\" is longer than " + std::to_string(kAoMaxNameLength) + " bytes");
+    if (name.empty() && !edge) Fail(Exit::kUsage, "empty name in the path " + Shown(path));
     if (!name.empty()) names.push_back(name);
     start = end + 1;
   }
@@ -137,7 +232,9 @@ StreamPath OpenPath(const Container& container, const std::vector<std::string>& 
       Fail(Exit::kConflict, container.file() + ": " + JoinPath(names, level) + " is a data stream, not a folder");
     aoStream* stream = parent == nullptr ? container.storage().OpenStream(names[level].c_str(), mode)
                                          : parent->OpenStream(names[level].c_str(), mode);
-    if (stream == nullptr) Fail(Exit::kNoSuchStream, container.file() + ": no such stream: " + JoinPath(names, level + 1));
+    // Damage can hide a stream: a missing one is looked for in the whole check.
+    if (stream == nullptr)
+      FailWithDiagnosis(container.file(), Exit::kNoSuchStream, "no such stream: " + Shown(JoinPath(names, level + 1)));
     path.Push(stream);
   }
   return path;
@@ -149,8 +246,8 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
     const bool folder = level + 1 < names.size() || lastIsFolder;
     const char* name = names[level].c_str();
     aoStream* parent = path.target();
-    aoStream* stream = parent == nullptr ? container.storage().OpenStream(name, kAoModeEdit)
-                                         : parent->OpenStream(name, kAoModeEdit);
+    aoStream* stream =
+        parent == nullptr ? container.storage().OpenStream(name, kAoModeEdit) : parent->OpenStream(name, kAoModeEdit);
     if (stream != nullptr && (stream->IsFolder() != 0) != folder) {
       stream->Release();
       Fail(Exit::kConflict, container.file() + ": " + JoinPath(names, level + 1) + " is " +
@@ -161,7 +258,8 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
       stream = parent == nullptr ? container.storage().CreateStream(name, attributes, kAoModeEdit)
                                  : parent->CreateStream(name, attributes, kAoModeEdit, 1);
     }
-    if (stream == nullptr) FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot create " + JoinPath(names, level + 1));
+    if (stream == nullptr)
+      FailWithDiagnosis(container.file(), Exit::kWriteFailed, "cannot create " + JoinPath(names, level + 1));
     path.Push(stream);
   }
   return path;
@@ -169,9 +267,9 @@ StreamPath OpenOrCreatePath(const Container& container, const std::vector<std::s
 
 void FailWithDiagnosis(const std::string& file, Exit fallback, const std::string& what) {
   const ao::CheckReport report = ao::CheckContainer(file.c_str(), ao::CheckScope::kFull);
-  if (report.readable && report.problemCount > 0) Fail(Exit::kDamaged, file + ": " + FirstProblem(report));
+  if (report.readable && report.problemCount > 0)
+    Fail(Exit::kDamaged, file + ": " + what + ": " + FirstProblem(report));
   Fail(fallback, file + ": " + what);
 }
 
 }  // namespace aotool
-

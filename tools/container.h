@@ -4,10 +4,12 @@
 #define AOSTORE_TOOLS_CONTAINER_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "aostore/aostore.h"
+#include "aostore/check.h"
 #include "errors.h"
 
 namespace aotool {
@@ -21,39 +23,73 @@ class Container {
   // cannot load, and a damaged file must stay as it is. Reading opens the
   // file read-only (flags 0x12); writing with 0x16.
   static Container Open(const std::string& file, Access access);
-  // A new empty container (an existing file is overwritten).
-  static Container Create(const std::string& file, bool offsets64);
+  // Opens a container for reading that CheckForReading has checked.
+  static Container Open(const std::string& file, const ao::CheckReport& checked);
+  // A new empty container; fails with kConflict when the file exists,
+  // unless replace.
+  static Container Create(const std::string& file, bool offsets64, bool replace = false);
   // Opens the container for writing, creating it when there is no file.
   static Container OpenOrCreate(const std::string& file);
 
   Container(Container&& other) noexcept;
   Container& operator=(Container&&) = delete;
   Container(const Container&) = delete;
+  // A container this command created is removed again when the command
+  // fails (an exception passes through), so that no new file is left behind.
   ~Container();
 
   aoStorage& storage() const { return *storage_; }
   const std::string& file() const { return file_; }
-  // Releases the container now (the destructor does it otherwise). What
-  // was written is made durable first; a failure to do so is reported on
+  // Releases the container now (the destructor does it otherwise). What a
+  // command wrote is made durable first; a failure to do so is said on
   // standard error and makes the command fail (WritesLost).
   void Close();
 
  private:
-  Container(aoStorage* storage, std::string file, bool writer)
-      : storage_(storage), file_(std::move(file)), writer_(writer) {}
+  Container(aoStorage* storage, std::string file, bool created, bool writer);
   aoStorage* storage_;
   std::string file_;
+  bool created_;
   bool writer_;
+  int uncaught_;
 };
 
-// True once a container written by this command could not be made durable.
+// True once a container this command wrote could not be made durable.
 bool WritesLost();
 
-// The tool's reading of the library's environment switches (file mapping).
+// The library's switches the tool takes from its environment:
+// AOSTORE_FILE_MAPPING=0 turns file mapping off.
 void ApplyEnvironment();
 
+// Fails with kBusy when the library's last open failed because another
+// process holds the file; otherwise returns.
+void FailIfBusy(const std::string& file);
+
+// Fails with kNotContainer, saying why the report's file is not one.
+[[noreturn]] void FailNotContainer(const std::string& file, const ao::CheckReport& report);
+
+// The full check of the file, with a bar labelled label on a terminal while
+// it lasts.
+ao::CheckReport CheckWithProgress(const std::string& file, const char* label);
+
+// The whole container checked before a command that surveys it reads it,
+// with a bar on a terminal while that lasts. Fails as Open does for a file
+// that is missing or is not a container; Open(file, checked) then refuses a
+// root directory the library cannot load.
+ao::CheckReport CheckForReading(const std::string& file);
+
+// Runs the work of a command that reads the container CheckForReading
+// checked, and gives its exit status. work prints what it can read and
+// returns how many streams or folders it could not read (after saying so).
+// Once it is done, damage the check found is said on standard error and the
+// status is kDamaged; streams unread without damage to explain them give
+// kUnreadable. A failure of work on a damaged container (a path that damage
+// hides) is said, then ends the same way.
+int ReadChecked(const std::string& file, const ao::CheckReport& report, const std::function<int64_t()>& work);
+
 // Splits "a/b/c" (leading and trailing slashes allowed, "" and "/" for the
-// root) into stream names; a usage error for an empty or too long name.
+// root) into stream names; a usage error for an empty name inside. Commands
+// that write check the names against the name rule themselves.
 std::vector<std::string> SplitPath(const std::string& path);
 std::string JoinPath(const std::vector<std::string>& names, size_t count);
 
@@ -96,7 +132,8 @@ class HeldStream {
 };
 
 // Opens the stream at names (every level with mode). Fails with
-// kNoSuchStream when a name is missing, kConflict when a level is no folder.
+// kNoSuchStream when a name is missing (kDamaged when the container is
+// damaged, which may hide it), kConflict when a level is no folder.
 StreamPath OpenPath(const Container& container, const std::vector<std::string>& names, uint32_t mode);
 // Opens the stream at names for writing, creating missing folders on the
 // way and, when missing, the last level as a folder or a data stream. Fails

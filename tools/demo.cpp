@@ -107,24 +107,23 @@ class Tour {
 bool CheckLine(std::ostream& out, const std::string& file) {
   const ao::CheckReport report = ao::CheckContainer(file.c_str());
   const ao::ContainerFacts& f = report.facts;
-  out << "  " << file << ": "
-      << (report.Clean() ? "clean" : std::to_string(report.problemCount) + " problems") << " (" << f.tables
-      << " root table" << (f.tables == 1 ? "" : "s") << ", " << f.folders << " folders, " << f.streams << " streams, "
-      << f.blocks << " blocks, " << FormatBytes(f.fileSize) << ")\n";
+  out << "  " << file << ": " << (report.Clean() ? "clean" : std::to_string(report.problemCount) + " problems") << " ("
+      << f.tables << " root table" << (f.tables == 1 ? "" : "s") << ", " << f.folders << " folders, " << f.streams
+      << " streams, " << f.blocks << " blocks, " << FormatBytes(f.fileSize) << ")\n";
   return report.Clean();
 }
 
 }  // namespace
 
 int RunDemo(const Words& words, std::ostream& out) {
-  const Arguments args(words, {});
-  args.ExpectCount(0, 1, "demo [DIR]");
+  const Arguments args(words, "demo");
+  args.ExpectCount(0, 1);
   const fs::path source = SourceTree();
   std::error_code error;
   const bool ownFolder = args.count() == 0;
   std::random_device random;
-  const fs::path dir = ownFolder ? fs::temp_directory_path() / ("aostore-demo-" + std::to_string(random()))
-                                 : fs::path(args[0]);
+  const fs::path dir =
+      ownFolder ? fs::temp_directory_path() / ("aostore-demo-" + std::to_string(random())) : fs::path(args[0]);
   fs::create_directories(dir, error);
   if (!fs::is_directory(dir, error)) Fail(Exit::kHostFile, dir.string() + ": cannot create the folder");
   const std::string file = (dir / "source.aostore").string();
@@ -136,8 +135,8 @@ int RunDemo(const Words& words, std::ostream& out) {
       << "  source   " << source.string() << "\n  folder   " << dir.string() << "\n";
   Tour tour(out);
   tour.Step("import", "import the source tree into " + file, [&] {
-    Container container = Container::Create(file, true);
-    const TransferCounts counts = ImportTree(container, source.string(), {"source"}, TakeFromSource);
+    Container container = Container::Create(file, true, true);
+    const TransferCounts counts = ImportTree(container, SurveyHostTree(source.string(), TakeFromSource), {"source"});
     out << "  " << counts.files << " files (" << FormatBytes(counts.bytes) << ") in " << counts.folders
         << " folders, under source/\n";
     return counts.files > 0;
@@ -166,7 +165,7 @@ int RunDemo(const Words& words, std::ostream& out) {
   });
   tour.Step("export and compare", "export source/ and compare it with the source tree", [&] {
     const Container container = Container::Open(file, Access::kRead);
-    const TransferCounts counts = ExportTree(container, {"source"}, exported);
+    const TransferCounts counts = ExportTree(container, {"source"}, exported, {}, out).counts;
     const HostComparison comparison = CompareHostTrees(source.string(), exported, TakeFromSource);
     out << "  exported " << counts.files << " files to " << exported << "\n  "
         << (comparison.difference.empty()

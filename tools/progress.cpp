@@ -1,7 +1,10 @@
 #include "progress.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "aostore/maintenance.h"
 #include "text.h"
@@ -9,13 +12,25 @@
 namespace aotool {
 namespace {
 constexpr auto kRedrawEvery = std::chrono::milliseconds(100);
-// Nothing is drawn for work that ends this quickly.
-constexpr auto kQuietStart = std::chrono::milliseconds(300);
+
+// Nothing is drawn for work that ends this quickly: 300 ms, or the
+// milliseconds AOSTORE_PROGRESS_DELAY gives.
+std::chrono::milliseconds QuietStart() {
+  const char* text = std::getenv("AOSTORE_PROGRESS_DELAY");
+  int milliseconds = 300;
+  if (text != nullptr) std::from_chars(text, text + std::strlen(text), milliseconds);
+  return std::chrono::milliseconds(std::max(milliseconds, 0));
+}
 }  // namespace
 
 Progress::Progress(std::string label, int64_t total, Unit unit)
-    : label_(std::move(label)), total_(total), unit_(unit), enabled_(Enabled()), start_(std::chrono::steady_clock::now()),
-      lastDraw_(start_) {}
+    : label_(std::move(label)),
+      total_(total),
+      unit_(unit),
+      enabled_(Enabled()),
+      quietStart_(QuietStart()),
+      start_(std::chrono::steady_clock::now()),
+      lastDraw_(start_ - kRedrawEvery) {}
 
 Progress::~Progress() { Finish(); }
 
@@ -25,7 +40,7 @@ void Progress::Update(int64_t done) {
   done_ = done;
   if (!enabled_) return;
   const auto now = std::chrono::steady_clock::now();
-  if (now - start_ < kQuietStart || now - lastDraw_ < kRedrawEvery) return;
+  if (now - start_ < quietStart_ || now - lastDraw_ < kRedrawEvery) return;
   lastDraw_ = now;
   Draw(now);
 }

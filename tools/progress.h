@@ -1,6 +1,8 @@
 // A progress bar for long work, drawn on standard error with the rate and
 // the time left, only when standard error is a terminal; silent otherwise,
-// so that scripts and logs see nothing of it.
+// so that scripts and logs see nothing of it. It appears once the work has
+// lasted 300 ms, or the milliseconds the environment variable
+// AOSTORE_PROGRESS_DELAY gives.
 #ifndef AOSTORE_TOOLS_PROGRESS_H
 #define AOSTORE_TOOLS_PROGRESS_H
 
@@ -36,6 +38,7 @@ class Progress {
   Unit unit_;
   int64_t done_ = 0;
   bool enabled_;
+  std::chrono::milliseconds quietStart_;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point start_;
   std::chrono::steady_clock::time_point lastDraw_;

@@ -10,21 +10,32 @@ unsigned char* Scratch(int which) {
   return buffer.data();
 }
 
+int64_t ReadAvailable(aoStream& stream, const ByteSink& sink, Progress* progress) {
+  const int64_t length = stream.GetLength();
+  if (length <= 0 || stream.Seek(0, 0, true) != 0) return 0;
+  unsigned char* buffer = Scratch(0);
+  int64_t total = 0;
+  auto piece = static_cast<int64_t>(kScratchBytes);
+  while (total < length) {
+    const int64_t got = stream.Read(buffer, piece);
+    if (got > 0) {
+      sink(buffer, static_cast<size_t>(got));
+      total += got;
+      if (progress != nullptr) progress->Advance(got);
+      continue;
+    }
+    // A read that reaches a damaged block delivers nothing: smaller pieces
+    // from where the last good one ended get the bytes in front of it.
+    if (piece == 1 || stream.Seek(total, 0, true) != 0) break;
+    piece /= 2;
+  }
+  return total;
+}
+
 int64_t ReadWhole(const Container& container, aoStream& stream, const std::string& path, const ByteSink& sink,
                   Progress* progress) {
   const int64_t length = stream.GetLength();
-  if (stream.Seek(0, 0, true) != 0 && length > 0)
-    FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot read " + path);
-  unsigned char* buffer = Scratch(0);
-  int64_t total = 0;
-  while (total < length) {
-    const int64_t got = stream.Read(buffer, static_cast<int64_t>(kScratchBytes));
-    if (got < 0) FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot read " + path);
-    if (got == 0) break;
-    sink(buffer, static_cast<size_t>(got));
-    total += got;
-    if (progress != nullptr) progress->Advance(got);
-  }
+  const int64_t total = ReadAvailable(stream, sink, progress);
   if (total != length) {
     FailWithDiagnosis(container.file(), Exit::kUnreadable,
                       path + " holds only " + std::to_string(total) + " of its " + std::to_string(length) + " bytes");

@@ -21,6 +21,11 @@ using ByteSink = std::function<void(const unsigned char* bytes, size_t count)>;
 // Fills buffer with up to capacity bytes; 0 at the end of the source.
 using ByteSource = std::function<size_t(unsigned char* buffer, size_t capacity)>;
 
+// Reads the data of stream from its start into sink as far as it can be
+// read, up to the first damaged block; returns the byte count, which falls
+// short of the stream's length when its chain is damaged.
+int64_t ReadAvailable(aoStream& stream, const ByteSink& sink, Progress* progress);
+
 // Reads the whole data of stream (at path, for messages) from its start.
 // Returns the byte count; fails with kDamaged or kUnreadable when the data
 // cannot be read whole.

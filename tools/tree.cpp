@@ -13,19 +13,33 @@ TreeEntry Describe(const t_aoStreamU& record) {
   entry.duration = record.duration;
   entry.flags = record.flags;
   entry.childInfo = record.childInfo;
+  entry.firstBlock = record.firstBlock;
   return entry;
 }
 
-void WalkLevel(const Container& container, aoStream* folder, const std::string& prefix, int depth, bool recursive,
-               const TreeVisitor& visit) {
+// Deeper than this, a tree read from a file is taken for one that loops.
+constexpr size_t kMaxDepth = 256;
+
+// trail holds where the data of each folder above starts: a folder that
+// starts at one of them holds itself.
+void WalkLevel(const Container& container, aoStream* folder, const std::string& prefix, std::vector<int64_t>& trail,
+               bool recursive, const TreeVisitor& visit, const UnopenedFolder& unopened) {
   for (TreeEntry& entry : ListChildren(container, folder)) {
     entry.path = prefix.empty() ? entry.name : prefix + "/" + entry.name;
-    entry.depth = depth;
     visit(entry, folder);
     if (!entry.folder || !recursive) continue;
-    const HeldStream child(OpenChild(container, folder, entry.name, kAoModeInspect));
-    if (child.get() == nullptr) FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot open " + entry.path);
-    WalkLevel(container, child.get(), entry.path, depth + 1, recursive, visit);
+    const bool loops =
+        trail.size() >= kMaxDepth ||
+        (entry.firstBlock != 0 && std::find(trail.begin(), trail.end(), entry.firstBlock) != trail.end());
+    const HeldStream child(loops ? nullptr : OpenChild(container, folder, entry.name, kAoModeInspect));
+    if (child.get() == nullptr) {
+      if (!unopened) FailWithDiagnosis(container.file(), Exit::kUnreadable, "cannot open " + entry.path);
+      unopened(entry);
+      continue;
+    }
+    trail.push_back(entry.firstBlock);
+    WalkLevel(container, child.get(), entry.path, trail, recursive, visit, unopened);
+    trail.pop_back();
   }
 }
 
@@ -67,8 +81,11 @@ std::vector<TreeEntry> ListChildren(const Container& container, aoStream* folder
   return entries;
 }
 
-void WalkTree(const Container& container, aoStream* folder, bool recursive, const TreeVisitor& visit) {
-  WalkLevel(container, folder, "", 0, recursive, visit);
+void WalkTree(const Container& container, aoStream* folder, bool recursive, const TreeVisitor& visit,
+              const UnopenedFolder& unopened) {
+  std::vector<int64_t> trail;
+  if (folder != nullptr) trail.push_back(folder->GetHeader().firstBlock);
+  WalkLevel(container, folder, "", trail, recursive, visit, unopened);
 }
 
 }  // namespace aotool

@@ -42,7 +42,7 @@ TEST(ToolBesideOthers, AContainerAnotherProcessWritesIsRefusedWithItsOwnStatus) 
   aoStorage* holder = aoStorage::Open(file.c_str(), kAoModeEdit, 0, 0);
   ASSERT_NE(holder, nullptr);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"put", file, "a", dir.File("src")}, {"ls", file}, {"mkdir", file, "x"}, {"create", file}}) {
+           {"put", file, "a", dir.File("src")}, {"ls", file}, {"mkdir", file, "x"}, {"create", file, "--force"}}) {
     const ToolRun run = RunTool(dir, args);
     EXPECT_EQ(run.status, kBusy) << args[0] << ": " << run.err;
     EXPECT_NE(run.err.find(file + ": is being written by another process"), std::string::npos) << run.err;
