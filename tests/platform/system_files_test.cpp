@@ -208,6 +208,27 @@ TEST_F(SystemFiles, TheRoomGrownAheadIsNeverSeenAndIsGivenBack) {
   EXPECT_EQ(std::filesystem::file_size(path), 5000u);
 }
 
+#if !defined(_WIN32)  // only the POSIX backend grows a file ahead of its end
+// A container's limit (4 GiB for 32-bit offsets) bounds the room grown
+// ahead too: the file on disk never passes it, and a write beyond it fails.
+TEST_F(SystemFiles, TheRoomGrownAheadStopsAtTheLimitItIsGiven) {
+  constexpr int64_t kLimit = 1536 * 1024;
+  const Bytes piece = Pattern(4000, 8);
+  size_t done = 0;
+  OpenFile writer(path, true, Disposition::kOpenAlways);
+  ASSERT_TRUE(writer.valid());
+  System().LimitGrowth(writer.get(), kLimit);
+  int64_t at = 0;
+  for (; at + static_cast<int64_t>(piece.size()) <= kLimit; at += static_cast<int64_t>(piece.size())) {
+    ASSERT_TRUE(System().WriteAt(writer.get(), piece.data(), piece.size(), at, &done)) << at;
+    ASSERT_LE(static_cast<int64_t>(std::filesystem::file_size(path)), kLimit) << at;
+  }
+  EXPECT_FALSE(System().WriteAt(writer.get(), piece.data(), piece.size(), at, &done));
+  EXPECT_EQ(ao::platform::LastFileError(), ao::platform::FileError::kTooLarge);
+  EXPECT_EQ(System().Size(writer.get()), at);
+}
+#endif
+
 // Small appends well past a step of growth, onto data the file held before,
 // with rewrites in between: every byte reads back where it was put, the old
 // data is untouched, and the file ends at the last append.
